@@ -1,0 +1,29 @@
+#pragma once
+
+#include "Base/Mutex.hpp"
+
+namespace molvane {
+
+/// What the main thread does while the other threads serve: nothing, until it is told to stop.
+class RunLoop {
+ public:
+  /// Blocks until stop() has been called.
+  void run() {
+    const MutexLock hold(mutex_);
+    while (!stopped_) changed_.wait(mutex_);
+  }
+
+  /// Lets run() return, now or later. Any thread, any number of times.
+  void stop() {
+    const MutexLock hold(mutex_);
+    stopped_ = true;
+    changed_.notify_all();
+  }
+
+ private:
+  Mutex mutex_;
+  Condition changed_;
+  bool stopped_ GUARDED_BY(mutex_) = false;
+};
+
+}  // namespace molvane

@@ -1,0 +1,3 @@
+#include "MolvaneHelper/HelperMain.hpp"
+
+int main() { return molvane::helperMain(); }

@@ -1,0 +1,17 @@
+#include "molvanectl/Commands.hpp"
+
+namespace molvane::ctl {
+
+void Command::declare(OptionSet& /*options*/) {}
+
+std::vector<CommandGroup> allCommands() {
+  std::vector<CommandGroup> groups;
+  groups.push_back(pingCommands());
+  groups.push_back(pathCommands());
+  groups.push_back(taskCommands());
+  groups.push_back(pasteCommands());
+  groups.push_back(scheduleCommands());
+  return groups;
+}
+
+}  // namespace molvane::ctl

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "Base/Date.hpp"
+
+namespace molvane {
+
+/// A value read from a property list. Owns everything below it.
+class PropertyList {
+ public:
+  struct Entry;
+  /// In the order of the document.
+  using Array = std::vector<PropertyList>;
+  /// Ordered by key, each key once.
+  using Dictionary = std::vector<Entry>;
+  struct Data {
+    std::string bytes;
+    bool operator==(const Data&) const = default;
+  };
+  /// Integers are std::int64_t where they fit; std::uint64_t holds only greater ones. Strings are well-formed
+  /// UTF-8.
+  using Value =
+      std::variant<bool, std::int64_t, std::uint64_t, double, Date, std::string, Data, Array, Dictionary>;
+
+  explicit PropertyList(Value value);
+
+  /// A dictionary of `entries` in any order. Of a repeated key the last counts.
+  [[nodiscard]] static PropertyList dictionary(std::vector<Entry> entries);
+
+  [[nodiscard]] const Value& value() const noexcept { return value_; }
+
+  /// The value as a T, one of the alternatives of Value; nullptr when it is something else.
+  template <typename T>
+  [[nodiscard]] const T* as() const noexcept {
+    return std::get_if<T>(&value_);
+  }
+
+  /// What stands under `key`; nullptr when nothing does or this is no dictionary.
+  [[nodiscard]] const PropertyList* find(std::string_view key) const noexcept;
+
+  bool operator==(const PropertyList& other) const;
+
+ private:
+  Value value_;
+};
+
+struct PropertyList::Entry {
+  std::string key;
+  PropertyList value;
+  bool operator==(const Entry&) const = default;
+};
+
+inline PropertyList::PropertyList(Value value) : value_(std::move(value)) {}
+inline bool PropertyList::operator==(const PropertyList& other) const { return value_ == other.value_; }
+
+/// The largest document that is read, in bytes.
+inline constexpr std::size_t kMaximumPropertyListSize = std::size_t{4} << 20U;
+/// The deepest nesting of arrays and dictionaries that is read.
+inline constexpr std::size_t kMaximumPropertyListDepth = 512;
+
+/// Reads an XML or a binary property list. Nothing when `bytes` are neither, are malformed, or go beyond a
+/// limit: the two above, or some tens of megabytes of values (a small binary document can stand for a huge
+/// one).
+///
+/// Strict: XML must be well formed, hold exactly one value in a `plist` element and define no entities; texts
+/// must be valid Unicode; dates lie in the years 1 to 9999. Opens no file and no connection, whatever the
+/// document asks for. The old text format is not read.
+[[nodiscard]] std::optional<PropertyList> parsePropertyList(std::string_view bytes);
+
+}  // namespace molvane

@@ -1,0 +1,263 @@
+#include <expat.h>
+
+#include <array>
+#include <charconv>
+#include <exception>
+#include <locale>
+#include <memory>
+#include <sstream>
+
+#include "Base/Base64.hpp"
+#include "Base/PropertyListReaders.hpp"
+
+namespace molvane {
+
+namespace {
+
+enum class Tag { plist, dictionary, array, key, string, integer, real, trueValue, falseValue, date, data };
+
+struct NamedTag {
+  std::string_view name;
+  Tag tag;
+};
+
+constexpr std::array<NamedTag, 11> kTags = {{{"plist", Tag::plist},
+                                             {"dict", Tag::dictionary},
+                                             {"array", Tag::array},
+                                             {"key", Tag::key},
+                                             {"string", Tag::string},
+                                             {"integer", Tag::integer},
+                                             {"real", Tag::real},
+                                             {"true", Tag::trueValue},
+                                             {"false", Tag::falseValue},
+                                             {"date", Tag::date},
+                                             {"data", Tag::data}}};
+
+std::optional<Tag> tagNamed(std::string_view name) {
+  for (const NamedTag& known : kTags) {
+    if (known.name == name) return known.tag;
+  }
+  return std::nullopt;
+}
+
+bool holdsValues(Tag tag) { return tag == Tag::plist || tag == Tag::dictionary || tag == Tag::array; }
+
+constexpr std::string_view kXmlSpace = " \t\r\n";
+
+std::string_view trimmed(std::string_view text) {
+  const std::size_t first = text.find_first_not_of(kXmlSpace);
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(kXmlSpace) + 1 - first);
+}
+
+template <typename Integer>
+std::optional<Integer> wholeNumber(std::string_view digits, int base) {
+  Integer value = 0;
+  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value, base);
+  if (error != std::errc() || end != digits.data() + digits.size()) return std::nullopt;
+  return value;
+}
+
+/// Decimal with an optional sign, or hexadecimal after "0x".
+std::optional<PropertyList> integerValue(std::string_view text) {
+  const bool hexadecimal = text.substr(0, 2) == "0x" || text.substr(0, 2) == "0X";
+  if (hexadecimal) text.remove_prefix(2);
+  if (!hexadecimal && text.size() > 1 && text[0] == '+' && text[1] != '-') text.remove_prefix(1);
+  const int base = hexadecimal ? 16 : 10;
+  if (hexadecimal && text.substr(0, 1) == "-") return std::nullopt;
+  if (const auto value = wholeNumber<std::int64_t>(text, base)) return PropertyList(*value);
+  if (const auto value = wholeNumber<std::uint64_t>(text, base)) return PropertyList(*value);
+  return std::nullopt;
+}
+
+std::optional<PropertyList> realValue(std::string_view text) {
+  std::istringstream stream{std::string(text)};
+  stream.imbue(std::locale::classic());
+  double value = 0;
+  stream >> std::noskipws >> value;
+  if (stream.fail() || stream.peek() != std::istringstream::traits_type::eof()) return std::nullopt;
+  return PropertyList(value);
+}
+
+std::optional<PropertyList> dateValue(std::string_view text) {
+  const std::optional<Date> date = dateFromIso8601(text);
+  if (!date || !isPropertyListDate(*date)) return std::nullopt;
+  return PropertyList(*date);
+}
+
+std::optional<PropertyList> dataValue(std::string_view text) {
+  std::string digits;
+  digits.reserve(text.size());
+  for (const char c : text) {
+    if (kXmlSpace.find(c) == std::string_view::npos) digits += c;
+  }
+  std::optional<std::string> bytes = base64Decoded(digits);
+  if (!bytes) return std::nullopt;
+  return PropertyList(PropertyList::Data{std::move(*bytes)});
+}
+
+/// Builds the value from the parser's events. Each of them answers whether the document is still a property
+/// list.
+class Builder {
+ public:
+  bool start(std::string_view name) {
+    const std::optional<Tag> tag = tagNamed(name);
+    if (!tag || !mayStart(*tag)) return false;
+    // The plist element is open as well, so that this counts what would be open with a new container.
+    if (holdsValues(*tag) && open_.size() > kMaximumPropertyListDepth) return false;
+    open_.push_back({*tag, {}, {}, {}});
+    text_.clear();
+    return true;
+  }
+
+  bool characters(std::string_view text) {
+    if (open_.empty()) return false;
+    const Tag tag = open_.back().tag;
+    if (holdsValues(tag)) return trimmed(text).empty();
+    text_ += text;
+    return true;
+  }
+
+  bool end() {
+    Element element = std::move(open_.back());
+    open_.pop_back();
+    if (element.tag == Tag::plist) {
+      if (element.items.empty()) return false;
+      root_ = std::move(element.items.front());
+      return true;
+    }
+    Element& parent = open_.back();
+    if (element.tag == Tag::key) {
+      parent.key = std::move(text_);
+      return true;
+    }
+    std::optional<PropertyList> value = valueOf(element);
+    if (!value) return false;
+    if (parent.tag == Tag::dictionary) {
+      parent.entries.push_back({std::move(*parent.key), std::move(*value)});
+      parent.key.reset();
+    } else {
+      parent.items.push_back(std::move(*value));
+    }
+    return true;
+  }
+
+  std::optional<PropertyList> take() { return std::move(root_); }
+
+ private:
+  struct Element {
+    Tag tag;
+    std::optional<std::string> key;
+    PropertyList::Dictionary entries;
+    PropertyList::Array items;
+  };
+
+  [[nodiscard]] bool mayStart(Tag tag) const {
+    if (open_.empty() || tag == Tag::plist) return open_.empty() && tag == Tag::plist;
+    const Element& parent = open_.back();
+    switch (parent.tag) {
+      case Tag::plist:
+        return tag != Tag::key && parent.items.empty();
+      case Tag::array:
+        return tag != Tag::key;
+      case Tag::dictionary:
+        return (tag == Tag::key) != parent.key.has_value();
+      default:
+        return false;
+    }
+  }
+
+  std::optional<PropertyList> valueOf(Element& element) {
+    switch (element.tag) {
+      case Tag::dictionary:
+        if (element.key) return std::nullopt;
+        return PropertyList::dictionary(std::move(element.entries));
+      case Tag::array:
+        return PropertyList(std::move(element.items));
+      case Tag::string:
+        return PropertyList(std::move(text_));
+      case Tag::integer:
+        return integerValue(trimmed(text_));
+      case Tag::real:
+        return realValue(trimmed(text_));
+      case Tag::date:
+        return dateValue(trimmed(text_));
+      case Tag::data:
+        return dataValue(text_);
+      case Tag::trueValue:
+      case Tag::falseValue:
+        if (!text_.empty()) return std::nullopt;
+        return PropertyList(element.tag == Tag::trueValue);
+      default:
+        return std::nullopt;
+    }
+  }
+
+  std::vector<Element> open_;
+  std::string text_;
+  std::optional<PropertyList> root_;
+};
+
+/// The XML parser with a Builder behind it. Nothing is thrown through the parser, which is C.
+class Parser {
+ public:
+  Parser() : parser_(XML_ParserCreate(nullptr)) {
+    if (!parser_) throw std::bad_alloc();
+    XML_SetUserData(parser_.get(), this);
+    XML_SetElementHandler(
+        parser_.get(),
+        [](void* self, const char* name, const char**) {
+          on(self, [&](Builder& b) { return b.start(name); });
+        },
+        [](void* self, const char*) { on(self, [](Builder& b) { return b.end(); }); });
+    XML_SetCharacterDataHandler(parser_.get(), [](void* self, const char* text, int size) {
+      on(self, [&](Builder& b) { return b.characters({text, static_cast<std::size_t>(size)}); });
+    });
+    // The document type may be named, but not extended: no entities, hence none that expand without end or
+    // name files.
+    XML_SetStartDoctypeDeclHandler(
+        parser_.get(), [](void* self, const char*, const char*, const char*, int hasInternalSubset) {
+          on(self, [&](Builder&) { return hasInternalSubset == 0; });
+        });
+    XML_SetSkippedEntityHandler(
+        parser_.get(), [](void* self, const char*, int) { on(self, [](Builder&) { return false; }); });
+  }
+
+  std::optional<PropertyList> parse(std::string_view bytes) {
+    const XML_Status status =
+        XML_Parse(parser_.get(), bytes.data(), static_cast<int>(bytes.size()), XML_TRUE);
+    if (failure_) std::rethrow_exception(failure_);
+    if (status != XML_STATUS_OK || stopped_) return std::nullopt;
+    return builder_.take();
+  }
+
+ private:
+  struct Deleter {
+    void operator()(XML_Parser parser) const noexcept { XML_ParserFree(parser); }
+  };
+
+  template <typename Event>
+  static void on(void* self, Event event) noexcept {
+    auto* parser = static_cast<Parser*>(self);
+    // The parser may report what it has at hand after it was stopped.
+    if (parser->stopped_) return;
+    try {
+      parser->stopped_ = !event(parser->builder_);
+    } catch (...) {
+      parser->failure_ = std::current_exception();
+      parser->stopped_ = true;
+    }
+    if (parser->stopped_) XML_StopParser(parser->parser_.get(), XML_FALSE);
+  }
+
+  std::unique_ptr<std::remove_pointer_t<XML_Parser>, Deleter> parser_;
+  Builder builder_;
+  bool stopped_ = false;
+  std::exception_ptr failure_;
+};
+
+}  // namespace
+
+std::optional<PropertyList> parseXmlPropertyList(std::string_view bytes) { return Parser().parse(bytes); }
+
+}  // namespace molvane

@@ -1,0 +1,161 @@
+#include "Core/Scheduling/ScheduleStore.hpp"
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+
+#include "Core/Scheduling/ScheduleFile.hpp"
+#include "Platform/DirectoryHandle.hpp"
+#include "Platform/SafeFile.hpp"
+
+namespace molvane {
+
+namespace {
+
+/// Runs of one task are at least some minutes apart, so this takes no run away.
+constexpr double kEarlyRun = 60;
+
+constexpr double kSecondsPerDay = 86400;
+
+double secondsBetween(Date earlier, Date later) {
+  return later.secondsSinceReference - earlier.secondsSinceReference;
+}
+
+Date later(Date date, double seconds) { return {date.secondsSinceReference + seconds}; }
+
+template <typename Tasks>
+auto find(Tasks& tasks, const Uuid& id) {
+  return std::find_if(tasks.begin(), tasks.end(), [&id](const auto& task) { return task->id == id; });
+}
+
+FileDescriptor folderOf(const std::filesystem::path& file) {
+  return openFolder(file.has_parent_path() ? file.parent_path().string() : ".");
+}
+
+}  // namespace
+
+ScheduleStore::ScheduleStore(std::optional<std::filesystem::path> fileURL, Calendar calendar)
+    : tasks_(std::make_shared<const Tasks>()), calendar_(std::move(calendar)) {
+  if (!fileURL) return;
+  // Where a link leads to is what is replaced, not the link.
+  fileURL_ = std::filesystem::weakly_canonical(*fileURL);
+  load();
+}
+
+void ScheduleStore::load() {
+  try {
+    std::optional<std::vector<ScheduledTask>> read = readScheduleFile(fileURL_->string());
+    if (!read) return;
+    Tasks tasks;
+    for (ScheduledTask& task : *read) tasks.push_back(std::make_shared<const ScheduledTask>(std::move(task)));
+    const MutexLock lock(lock_);
+    tasks_ = std::make_shared<const Tasks>(std::move(tasks));
+  } catch (const BrokenScheduleFile& broken) {
+    const std::string name = setFileAside(folderOf(*fileURL_), fileURL_->filename().string());
+    brokenFile_ = BrokenFile{fileURL_->parent_path() / name, broken.what()};
+  }
+}
+
+std::shared_ptr<const ScheduleStore::Tasks> ScheduleStore::snapshot() const {
+  const MutexLock lock(lock_);
+  return tasks_;
+}
+
+void ScheduleStore::commit(Tasks tasks) {
+  persist(tasks);
+  auto replacement = std::make_shared<const Tasks>(std::move(tasks));
+  const MutexLock lock(lock_);
+  tasks_.swap(replacement);
+}
+
+void ScheduleStore::persist(const Tasks& tasks) const {
+  if (!fileURL_) return;
+  constexpr mode_t kOwnerOnly = 0600;
+  replaceFile(folderOf(*fileURL_), fileURL_->filename().string(), encodedScheduleFile(tasks), kOwnerOnly);
+}
+
+std::vector<ScheduledTask> ScheduleStore::tasks() const {
+  std::vector<ScheduledTask> all;
+  for (const auto& task : *snapshot()) all.push_back(*task);
+  return all;
+}
+
+void ScheduleStore::upsert(ScheduledTask task) {
+  const MutexLock changing(changing_);
+  Tasks tasks = *snapshot();
+  const auto found = find(tasks, task.id);
+  auto added = std::make_shared<const ScheduledTask>(std::move(task));
+  if (found == tasks.end()) {
+    tasks.push_back(std::move(added));
+  } else {
+    *found = std::move(added);
+  }
+  commit(std::move(tasks));
+}
+
+bool ScheduleStore::remove(const Uuid& id) {
+  const MutexLock changing(changing_);
+  Tasks tasks = *snapshot();
+  const auto found = find(tasks, id);
+  if (found == tasks.end()) return false;
+  tasks.erase(found);
+  commit(std::move(tasks));
+  return true;
+}
+
+std::vector<ScheduledTask> ScheduleStore::due(Date now, double missedGrace) const {
+  std::vector<ScheduledTask> result;
+  const std::shared_ptr<const Tasks> tasks = snapshot();
+  for (const auto& task : *tasks) {
+    if (task->isDue(now, missedGrace)) result.push_back(*task);
+  }
+  return result;
+}
+
+bool ScheduleStore::markRun(const Uuid& id, Date at, std::optional<RunOutcome> outcome) {
+  const MutexLock changing(changing_);
+  Tasks tasks = *snapshot();
+  const auto found = find(tasks, id);
+  if (found == tasks.end()) return false;
+
+  ScheduledTask task = **found;
+  task.lastRun = at;
+  task.lastOutcome = std::move(outcome);
+  const std::optional<Date> planned = task.nextRun;
+  const bool isPlannedRun = planned && *planned <= later(at, kEarlyRun);
+  task.nextRun = runAfter(task.schedule, isPlannedRun ? std::max(at, *planned) : at);
+  if (planned && !isPlannedRun) task.nextRun = std::max(*task.nextRun, *planned);
+  *found = std::make_shared<const ScheduledTask>(std::move(task));
+  commit(std::move(tasks));
+  return true;
+}
+
+std::vector<ScheduledTask> ScheduleStore::skipMissed(Date now, double missedGrace) {
+  const MutexLock changing(changing_);
+  Tasks tasks = *snapshot();
+  std::vector<ScheduledTask> missed;
+  for (auto& task : tasks) {
+    if (!task->isMissed(now, missedGrace)) continue;
+    missed.push_back(*task);
+    ScheduledTask moved = *task;
+    moved.nextRun = runAfter(task->schedule, now);
+    task = std::make_shared<const ScheduledTask>(std::move(moved));
+  }
+  if (!missed.empty()) commit(std::move(tasks));
+  return missed;
+}
+
+// Hours and minutes that do not lie within a day can take the schedule's answer before the moment. Then it is
+// asked again from as much further on.
+Date ScheduleStore::runAfter(const Schedule& schedule, Date moment) const {
+  constexpr int kMostQuestions = 8;
+  Date asked = moment;
+  for (int i = 0; i < kMostQuestions; ++i) {
+    const Date next = schedule.nextRun(asked, calendar_);
+    if (next > moment) return next;
+    asked = later(asked, secondsBetween(next, moment) + kSecondsPerDay);
+  }
+  throw std::out_of_range("no run can be computed for a moment outside the calendar");
+}
+
+}  // namespace molvane

@@ -1,0 +1,118 @@
+#include "Core/Scheduling/TimeZone.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <utility>
+
+#include "Base/Mutex.hpp"
+#include "Core/Scheduling/CalendarRange.hpp"
+#include "Core/Scheduling/TimeZoneRules.hpp"
+
+namespace molvane {
+
+namespace {
+
+using Rules = std::shared_ptr<const TimeZoneRules>;
+
+constexpr std::string_view kZoneFolder = "/usr/share/zoneinfo/";
+constexpr const char* kSystemZone = "/etc/localtime";
+
+/// The whole file; nothing when there is none, or none that is as small as time-zone files are.
+std::optional<std::string> readZoneFile(const std::string& path) {
+  constexpr std::size_t kMostBytes = 1U << 20U;
+  std::ifstream file(path, std::ios::binary);
+  std::string bytes(kMostBytes, '\0');
+  file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  const auto count = static_cast<std::size_t>(file.gcount());
+  if (count == 0 || count == kMostBytes) return std::nullopt;
+  bytes.resize(count);
+  return bytes;
+}
+
+/// Whether the name can be that of a zone and leads nowhere outside the zones' folder.
+bool isZoneName(std::string_view name) {
+  const auto isAllowed = [](char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '/' ||
+           c == '_' || c == '+' || c == '-';
+  };
+  return !name.empty() && name.front() != '/' && std::all_of(name.begin(), name.end(), isAllowed);
+}
+
+/// Every zone that was asked for and exists.
+class LoadedZones {
+ public:
+  Rules rules(std::string_view name) EXCLUDES(mutex_) {
+    const MutexLock lock(mutex_);
+    const auto known = rules_.find(name);
+    if (known != rules_.end()) return known->second;
+    const std::optional<std::string> bytes = readZoneFile(std::string(kZoneFolder).append(name));
+    if (!bytes) return nullptr;
+    return rules_.emplace(name, std::make_shared<const TimeZoneRules>(TimeZoneRules::fromZoneInfo(*bytes)))
+        .first->second;
+  }
+
+ private:
+  Mutex mutex_;
+  std::map<std::string, Rules, std::less<>> rules_ GUARDED_BY(mutex_);
+};
+
+Rules loadedRules(std::string_view name) {
+  static LoadedZones zones;
+  return zones.rules(name);
+}
+
+/// The name that the system's zone file is a link to; empty when it is none.
+std::string linkedZoneName() {
+  std::error_code ignored;
+  const std::string target = std::filesystem::read_symlink(kSystemZone, ignored).string();
+  constexpr std::string_view kFolderName = "/zoneinfo/";
+  const std::size_t at = target.find(kFolderName);
+  return at == std::string::npos ? std::string() : target.substr(at + kFolderName.size());
+}
+
+}  // namespace
+
+TimeZone::TimeZone(std::string identifier, std::shared_ptr<const TimeZoneRules> rules)
+    : identifier_(std::make_shared<const std::string>(std::move(identifier))), rules_(std::move(rules)) {}
+
+std::optional<TimeZone> TimeZone::named(std::string_view identifier) {
+  if (!isZoneName(identifier)) return std::nullopt;
+  Rules rules = loadedRules(identifier);
+  if (!rules) return std::nullopt;
+  return TimeZone(std::string(identifier), std::move(rules));
+}
+
+TimeZone TimeZone::utc() {
+  static const auto rules =
+      std::make_shared<const TimeZoneRules>(0, std::vector<TimeZoneRules::Transition>{}, std::nullopt);
+  return {"UTC", rules};
+}
+
+TimeZone TimeZone::current() {
+  const char* const variable = std::getenv("TZ");  // NOLINT(concurrency-mt-unsafe): read only
+  if (variable == nullptr) {
+    if (std::optional<TimeZone> linked = named(linkedZoneName())) return *linked;
+    const std::optional<std::string> bytes = readZoneFile(kSystemZone);
+    if (!bytes) return utc();
+    return {"localtime", std::make_shared<const TimeZoneRules>(TimeZoneRules::fromZoneInfo(*bytes))};
+  }
+  std::string_view choice = variable;
+  if (!choice.empty() && choice.front() == ':') choice.remove_prefix(1);
+  if (choice.substr(0, kZoneFolder.size()) == kZoneFolder) choice.remove_prefix(kZoneFolder.size());
+  if (std::optional<TimeZone> zone = named(choice)) return *zone;
+  const std::optional<PosixTimeZone> rule = PosixTimeZone::parse(choice);
+  if (!rule) return utc();
+  return {std::string(choice), std::make_shared<const TimeZoneRules>(
+                                   rule->standardOffset(), std::vector<TimeZoneRules::Transition>{}, rule)};
+}
+
+std::int32_t TimeZone::secondsFromGMT(Date date) const noexcept {
+  return rules_->offsetAt(wholeUnixSeconds(date));
+}
+
+}  // namespace molvane

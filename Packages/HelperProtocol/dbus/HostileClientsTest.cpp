@@ -1,0 +1,248 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <list>
+#include <random>
+#include <string>
+
+#include "HelperProtocol/dbus/Proxy.hpp"
+#include "HelperProtocol/testing/RawPeer.hpp"
+#include "HelperProtocol/testing/ServedHelper.hpp"
+#include "HelperProtocol/testing/WireBytes.hpp"
+#include "Platform/testing/ToolFolder.hpp"
+
+// Clients that mean no good, or are out of order. None may harm another.
+namespace molvane::testing {
+namespace {
+
+using namespace std::string_literals;
+using dbus::Bytes;
+using dbus::MessageType;
+
+/// A time-out that a test can wait for.
+constexpr std::chrono::milliseconds kSoon{100};
+
+Bytes ping(std::uint32_t serial, char order = 'l') {
+  return WireMessage{.order = order, .serial = serial}.bytes();
+}
+
+class HostileClientsTest : public ::testing::Test {
+ protected:
+  void serve(ServedHelper::Options options = {}) {
+    served_.emplace(std::move(options));
+    Answers answers;
+    answers.message = "pong";
+    served_->helper().setAnswers(answers);
+  }
+
+  RawPeer connected() {
+    RawPeer peer(served_->socketPath());
+    EXPECT_TRUE(peer.shakeHands());
+    return peer;
+  }
+
+  static bool isServed(RawPeer& peer) {
+    if (!peer.send(ping(77))) return false;
+    const auto answer = peer.receive();
+    return answer && answer->type == MessageType::methodReturn && answer->replySerial == 77;
+  }
+
+  std::optional<ServedHelper> served_;
+};
+
+TEST_F(HostileClientsTest, WhoeverDawdlesInTheHandshakeIsDropped) {
+  dbus::Limits limits;
+  limits.handshake = kSoon;
+  serve({.limits = limits});
+  RawPeer silent(served_->socketPath());
+  RawPeer halfway(served_->socketPath());
+  halfway.send("\0AUTH EXTERN"s);
+  EXPECT_TRUE(silent.isLeft());
+  EXPECT_TRUE(halfway.isLeft());
+  EXPECT_TRUE(served_->waitForInvalidations(2));
+}
+
+TEST_F(HostileClientsTest, WhoeverDawdlesInAMessageIsDroppedAndWhoeverIsIdleIsNot) {
+  dbus::Limits limits;
+  limits.incomingMessage = kSoon;
+  serve({.limits = limits});
+  RawPeer idle = connected();
+  RawPeer midMessage = connected();
+  midMessage.send(dbus::ByteView(ping(1)).first(40));
+  RawPeer midHeader = connected();
+  midHeader.send(dbus::ByteView(ping(1)).first(1));
+  EXPECT_TRUE(midMessage.isLeft());
+  EXPECT_TRUE(midHeader.isLeft());
+  EXPECT_TRUE(served_->waitForInvalidations(2));
+  EXPECT_TRUE(isServed(idle));
+}
+
+TEST_F(HostileClientsTest, GarbageEndsTheConnection) {
+  serve();
+  std::mt19937 random(7);  // NOLINT(cert-msc32-c,cert-msc51-cpp): the same garbage each time
+  std::string garbage(5'000, '\0');
+  for (char& c : garbage) c = static_cast<char>(random());
+  RawPeer before(served_->socketPath());
+  before.send(garbage);
+  EXPECT_TRUE(before.isLeft());
+  RawPeer after = connected();
+  after.send("l" + garbage);
+  EXPECT_TRUE(after.isLeft());
+  RawPeer http(served_->socketPath());
+  http.send("GET / HTTP/1.1\r\n\r\n");
+  EXPECT_TRUE(http.isLeft());
+  EXPECT_TRUE(served_->waitForInvalidations(3));
+}
+
+TEST_F(HostileClientsTest, TooLargeAMessageIsRefusedBeforeItComes) {
+  serve();
+  RawPeer peer = connected();
+  constexpr std::uint32_t kHuge = 100U * 1024 * 1024;
+  peer.send(WireBytes().raw("l\x01").byte(0).byte(1).u32(kHuge).u32(1).u32(64).bytes());
+  EXPECT_TRUE(peer.isLeft());
+  EXPECT_TRUE(served_->waitForInvalidations(1));
+
+  // The largest that is taken is taken, in pieces of any size.
+  RawPeer allowed = connected();
+  WireMessage large{.member = "ApplyCompanyAdmin", .signature = "ay"};
+  large.body = WireBytes().u32(1'000'000).raw(std::string(1'000'000, 'x')).bytes();
+  const Bytes bytes = large.bytes();
+  for (std::size_t at = 0; at < bytes.size(); at += 50'001) {
+    allowed.send(dbus::ByteView(bytes).subspan(at, std::min<std::size_t>(50'001, bytes.size() - at)));
+  }
+  EXPECT_EQ(allowed.receive()->errorName, "org.freedesktop.DBus.Error.Failed");
+  EXPECT_EQ(served_->helper().takeCalls().front().argument.size(), 1'000'000U);
+  EXPECT_TRUE(isServed(allowed));
+}
+
+TEST_F(HostileClientsTest, AThousandCallsAtOnceAreAnsweredInOrder) {
+  serve();
+  Bytes all;
+  for (std::uint32_t serial = 1; serial <= 1'000; ++serial) {
+    const Bytes call = ping(serial, serial % 2 == 0 ? 'l' : 'B');
+    all.insert(all.end(), call.begin(), call.end());
+  }
+  RawPeer peer(served_->socketPath());
+  EXPECT_TRUE(peer.send("\0AUTH EXTERNAL\r\nDATA\r\nNEGOTIATE_UNIX_FD\r\nBEGIN\r\n"s));
+  EXPECT_TRUE(peer.send(all));
+  std::string handshake(sizeof "DATA\r\nOK 0123456789abcdef0123456789abcdef\r\n"
+                               "ERROR Descriptors are not passed here\r\n" - 1, '\0');
+  ASSERT_EQ(::recv(peer.socket().get(), handshake.data(), handshake.size(), MSG_WAITALL),
+            static_cast<ssize_t>(handshake.size()));
+  for (std::uint32_t serial = 1; serial <= 1'000; ++serial) {
+    const auto answer = peer.receive();
+    ASSERT_TRUE(answer && answer->replySerial == serial);
+    ASSERT_EQ(answer->arguments().string(), "pong");
+  }
+}
+
+TEST_F(HostileClientsTest, WhoeverDoesNotReadAnswersIsDropped) {
+  dbus::Limits limits;
+  limits.sendStall = kSoon;
+  serve({.limits = limits});
+  RawPeer other = connected();
+  RawPeer deaf = connected();
+  Bytes many;
+  for (std::uint32_t serial = 1; serial <= 5'000; ++serial) {
+    const Bytes call = ping(serial);
+    many.insert(many.end(), call.begin(), call.end());
+  }
+  int rounds = 0;
+  while (rounds < 1'000 && deaf.send(many)) ++rounds;
+  EXPECT_LT(rounds, 1'000);
+  EXPECT_TRUE(served_->waitForInvalidations(1));
+  EXPECT_TRUE(isServed(other));
+}
+
+TEST_F(HostileClientsTest, ACallGoesOnWhenItsCallerVanishes) {
+  serve();
+  std::atomic<bool> entered = false;
+  std::atomic<bool> mayEnd = false;
+  served_->helper().setBeforeReply([&] {
+    entered = true;
+    entered.notify_one();
+    mayEnd.wait(false);
+    return true;
+  });
+  RawPeer peer = connected();
+  peer.send(ping(1));
+  entered.wait(false);
+  peer.leave();
+  EXPECT_EQ(served_->invalidated(), 0);
+  mayEnd = true;
+  mayEnd.notify_one();
+  EXPECT_TRUE(served_->waitForInvalidations(1));
+  EXPECT_EQ(served_->helper().takeCalls().size(), 1U);
+}
+
+TEST_F(HostileClientsTest, OneUserCannotTakeAllConnections) {
+  std::atomic<std::uint32_t> uid = 1000;
+  serve({.peerUID = [&uid](const FileDescriptor&) { return uid.load(); }});
+  std::list<RawPeer> peers;
+  int refused = 0;
+  for (int i = 0; i < 200; ++i) {
+    peers.emplace_back(served_->socketPath());
+    if (!peers.back().shakeHands()) {
+      ++refused;
+      peers.pop_back();
+    }
+  }
+  EXPECT_EQ(refused, 72);
+  uid = 1001;
+  dbus::Proxy other(served_->socketPath());
+  std::string answer;
+  other.ping([&](const std::string& text) { answer = text; });
+  EXPECT_EQ(answer, "pong");
+
+  // A place that was given back can be taken again.
+  uid = 1000;
+  EXPECT_FALSE(RawPeer(served_->socketPath()).shakeHands());
+  peers.pop_front();
+  EXPECT_TRUE(served_->waitForInvalidations(1));
+  EXPECT_TRUE(RawPeer(served_->socketPath()).shakeHands());
+}
+
+TEST_F(HostileClientsTest, AllUsersTogetherCannotTakeMoreThanThereAre) {
+  std::atomic<std::uint32_t> uid = 0;
+  dbus::Limits limits;
+  limits.connections = 3;
+  serve({.limits = limits, .peerUID = [&uid](const FileDescriptor&) { return uid++; }});
+  const RawPeer peers[] = {connected(), connected(), connected()};
+  EXPECT_FALSE(RawPeer(served_->socketPath()).shakeHands());
+}
+
+TEST_F(HostileClientsTest, DescriptorsThatArePassedDoNotStay) {
+  serve();
+  RawPeer peer = connected();
+  ASSERT_TRUE(isServed(peer));
+  const int before = openDescriptorCount();
+  const Bytes call = ping(5);
+  for (int i = 0; i < 10; ++i) {
+    int passed[100];
+    std::fill(std::begin(passed), std::end(passed), STDERR_FILENO);
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof passed)] = {};
+    iovec bytes{const_cast<std::uint8_t*>(call.data()), call.size()};
+    msghdr message{};
+    message.msg_iov = &bytes;
+    message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
+    cmsghdr* header = CMSG_FIRSTHDR(&message);
+    header->cmsg_level = SOL_SOCKET;
+    header->cmsg_type = SCM_RIGHTS;
+    header->cmsg_len = CMSG_LEN(sizeof passed);
+    std::memcpy(CMSG_DATA(header), passed, sizeof passed);
+    ASSERT_EQ(::sendmsg(peer.socket().get(), &message, 0), static_cast<ssize_t>(call.size()));
+    ASSERT_TRUE(peer.receive());
+  }
+  EXPECT_EQ(openDescriptorCount(), before);
+}
+
+}  // namespace
+}  // namespace molvane::testing

@@ -1,0 +1,87 @@
+#include "HelperProtocol/dbus/MessageStream.hpp"
+
+#include <algorithm>
+
+#include "HelperProtocol/dbus/ProtocolError.hpp"
+
+namespace molvane::dbus {
+
+namespace {
+
+/// Enough for the calls that are usual; what is larger costs memory only while it is being handled.
+constexpr std::size_t kUsualSize = 4096;
+constexpr std::size_t kKeptSize = std::size_t{64} * 1024;
+
+}  // namespace
+
+std::string_view MessageStream::buffered() const noexcept {
+  return asText(ByteView(buffer_).subspan(begin_, available()));
+}
+
+void MessageStream::makeRoom(std::size_t wanted) {
+  if (buffer_.size() - begin_ >= wanted && end_ < buffer_.size()) return;
+  std::copy(buffer_.begin() + static_cast<std::ptrdiff_t>(begin_),
+            buffer_.begin() + static_cast<std::ptrdiff_t>(end_), buffer_.begin());
+  end_ -= begin_;
+  begin_ = 0;
+  // What a message announces is only granted at the pace at which it comes.
+  const std::size_t size = std::min(std::max(wanted, kUsualSize), std::max(2 * end_, kUsualSize));
+  if (size > buffer_.size()) buffer_.resize(size);
+}
+
+void MessageStream::releaseExcess() {
+  if (buffer_.size() <= kKeptSize || available() > 0) return;
+  buffer_ = Bytes();
+  begin_ = end_ = 0;
+}
+
+bool MessageStream::readSome(std::optional<Deadline> deadline, bool wait) {
+  std::optional<std::size_t> count;
+  while (!(count = receiveSome(socket_, buffer_.data() + end_, buffer_.size() - end_, wait))) {
+    if (deadline && !waitReadable(socket_, *deadline)) throw ProtocolError("the peer took too long");
+  }
+  end_ += *count;
+  return *count > 0;
+}
+
+void MessageStream::fetch(Deadline deadline) {
+  makeRoom(available() + 1);
+  if (!readSome(deadline, false)) throw ProtocolError("the peer left during the handshake");
+}
+
+std::optional<Message> MessageStream::receive(std::optional<Duration> whole) {
+  consume(std::exchange(last_, 0));
+  releaseExcess();
+  if (available() == 0) {
+    begin_ = end_ = 0;
+    makeRoom(kFrameSize);
+    if (!readSome(std::nullopt, true)) return std::nullopt;
+  }
+  std::optional<Deadline> deadline;
+  std::size_t size = kFrameSize;
+  bool sized = false;
+  while (true) {
+    if (!sized && available() >= kFrameSize) {
+      size = messageSize(ByteView(buffer_).subspan(begin_, kFrameSize), maxIncoming_);
+      sized = true;
+    }
+    if (sized && available() >= size) break;
+    if (whole && !deadline) deadline = std::chrono::steady_clock::now() + *whole;
+    makeRoom(size);
+    if (!readSome(deadline, !deadline)) throw ProtocolError("the peer left in the middle of a message");
+  }
+  last_ = size;
+  return decodeMessage(ByteView(buffer_).subspan(begin_, size));
+}
+
+void MessageStream::send(ByteView bytes, std::optional<Duration> stall) {
+  while (!bytes.empty()) {
+    const std::size_t count = sendSome(socket_, bytes);
+    bytes = bytes.subspan(count);
+    if (count > 0) continue;
+    const Deadline deadline = stall ? std::chrono::steady_clock::now() + *stall : Deadline::max();
+    if (!waitWritable(socket_, deadline)) throw ProtocolError("the peer does not take its answers");
+  }
+}
+
+}  // namespace molvane::dbus

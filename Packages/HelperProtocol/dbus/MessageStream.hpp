@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string_view>
+
+#include "HelperProtocol/dbus/Limits.hpp"
+#include "HelperProtocol/dbus/Message.hpp"
+#include "HelperProtocol/dbus/Socket.hpp"
+
+namespace molvane::dbus {
+
+/// One end of a connection as a stream of messages. The socket is the caller's and must outlive the stream.
+/// One thread at a time may use it.
+class MessageStream {
+ public:
+  using Duration = std::chrono::steady_clock::duration;
+
+  /// `maxIncoming` bounds, in bytes, what a message of the other end may be.
+  MessageStream(const FileDescriptor& socket, std::size_t maxIncoming) noexcept
+      : socket_(socket), maxIncoming_(maxIncoming) {}
+
+  /// Waits for the next message, without a limit for its first byte and for no longer than `whole` from there
+  /// to its last (no value: without a limit). Nothing at the end of the stream. What is returned lies in the
+  /// stream's buffer until the next call.
+  ///
+  /// Throws ProtocolError for what is no message or too large, for an end or a time-out in the middle of one,
+  /// and std::system_error when the socket fails.
+  [[nodiscard]] std::optional<Message> receive(std::optional<Duration> whole);
+
+  /// Sends all of `bytes`. Throws ProtocolError when the other end takes nothing for the time `stall` (no
+  /// value: waits for ever), std::system_error when the socket fails.
+  void send(ByteView bytes, std::optional<Duration> stall);
+
+  /// For the handshake, which is no message: what has come and was not consumed yet, ...
+  [[nodiscard]] std::string_view buffered() const noexcept;
+  /// ... the end of having read `count` bytes of it, ...
+  void consume(std::size_t count) noexcept { begin_ += count; }
+  /// ... and more of it: waits until `deadline` at the longest. Throws ProtocolError when that has passed or
+  /// the stream has ended.
+  void fetch(Deadline deadline);
+
+ private:
+  [[nodiscard]] std::size_t available() const noexcept { return end_ - begin_; }
+  void makeRoom(std::size_t wanted);
+  void releaseExcess();
+  bool readSome(std::optional<Deadline> deadline, bool wait);
+
+  const FileDescriptor& socket_;
+  std::size_t maxIncoming_;
+  Bytes buffer_;
+  std::size_t begin_ = 0;
+  std::size_t end_ = 0;
+  std::size_t last_ = 0;
+};
+
+}  // namespace molvane::dbus

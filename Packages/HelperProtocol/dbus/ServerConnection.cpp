@@ -1,0 +1,77 @@
+#include "HelperProtocol/dbus/ServerConnection.hpp"
+
+#include <chrono>
+#include <utility>
+
+#include "HelperProtocol/dbus/Exporter.hpp"
+#include "HelperProtocol/dbus/Sasl.hpp"
+#include "Platform/Log.hpp"
+
+namespace molvane::dbus {
+
+namespace {
+
+/// Answers larger than this do not keep their memory.
+constexpr std::size_t kKeptAnswer = std::size_t{64} * 1024;
+
+}  // namespace
+
+ServerConnection::ServerConnection(FileDescriptor socket, std::uint32_t peerUID, std::uint64_t number,
+                                   const Surroundings& surroundings)
+    : socket_(std::move(socket)),
+      peerUID_(peerUID),
+      number_(number),
+      surroundings_(surroundings),
+      stream_(socket_, kMaxRequestSize) {}
+
+void ServerConnection::serve() noexcept {
+  try {
+    if (!object_ || !peerIsTrusted()) return;
+    handshake();
+    answerCalls();
+  } catch (...) {
+    // A peer that breaks the rules, dawdles or vanishes is a peer that leaves: there is nobody to tell, and a
+    // line in the log for each would hand the log to whoever can connect. The same goes for a lack of memory.
+  }
+}
+
+bool ServerConnection::peerIsTrusted() {
+  const CodeVerdict verdict = requirement_ ? surroundings_.codeSigning.checkPeer(socket_, *requirement_)
+                                           : CodeVerdict{"no requirement was set"};
+  if (!verdict.satisfied()) logLine("MolvaneHelper: refused peer: " + verdict.problem);
+  return verdict.satisfied();
+}
+
+void ServerConnection::handshake() {
+  const Deadline deadline = std::chrono::steady_clock::now() + surroundings_.limits.handshake;
+  SaslServer server(peerUID_, surroundings_.guid);
+  while (true) {
+    std::string answer;
+    stream_.consume(server.receive(stream_.buffered(), answer));
+    stream_.send(asBytes(answer), surroundings_.limits.handshake);
+    if (server.done()) return;
+    stream_.fetch(deadline);
+  }
+}
+
+void ServerConnection::answerCalls() {
+  Exporter exporter(object_, ":1." + std::to_string(number_));
+  Bytes answer;
+  while (const std::optional<Message> message = stream_.receive(surroundings_.limits.incomingMessage)) {
+    if (exporter.handle(*message, answer)) stream_.send(answer, surroundings_.limits.sendStall);
+    if (answer.capacity() > kKeptAnswer) answer = Bytes();
+  }
+}
+
+void ServerConnection::invalidate() noexcept {
+  try {
+    object_.reset();
+    if (invalidated_) std::exchange(invalidated_, nullptr)();
+  } catch (...) {
+    // The handler has been called; what it makes of it is its own affair, and not a reason to end the helper.
+  }
+}
+
+void ServerConnection::shutDown() noexcept { dbus::shutDown(socket_); }
+
+}  // namespace molvane::dbus

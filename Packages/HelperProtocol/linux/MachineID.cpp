@@ -1,0 +1,26 @@
+#include "HelperProtocol/dbus/MachineID.hpp"
+
+#include <algorithm>
+#include <fstream>
+
+namespace molvane::dbus {
+
+namespace {
+
+constexpr std::size_t kLength = 32;
+
+constexpr bool isHexDigit(char c) noexcept { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); }
+
+}  // namespace
+
+std::optional<std::string> machineID() {
+  for (const char* path : {"/etc/machine-id", "/var/lib/dbus/machine-id"}) {
+    std::string id(kLength, '\0');
+    std::ifstream file(path, std::ios::binary);
+    if (!file.read(id.data(), static_cast<std::streamsize>(id.size()))) continue;
+    if (std::all_of(id.begin(), id.end(), isHexDigit)) return id;
+  }
+  return std::nullopt;
+}
+
+}  // namespace molvane::dbus

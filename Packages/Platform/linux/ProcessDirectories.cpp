@@ -1,0 +1,20 @@
+#include "Platform/ProcessDirectories.hpp"
+
+#include <unistd.h>
+
+#include "Platform/FileManager.hpp"
+#include "Platform/Users.hpp"
+
+namespace molvane {
+
+std::string homeDirectory() { return homeFolder(geteuid()); }
+
+std::string temporaryDirectory() {
+  // The folder that the service manager makes for the helper; for anybody else the one of the login session.
+  const uid_t user = geteuid();
+  return user == 0 ? "/run/com.molvane.helper" : "/run/user/" + std::to_string(user) + "/com.molvane.helper";
+}
+
+void ensureTemporaryDirectory() { FileManager::ensurePrivateDirectory(temporaryDirectory()); }
+
+}  // namespace molvane

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <optional>
+#include <utility>
+
+#include "Base/Mutex.hpp"
+#include "Platform/TimerQueue.hpp"
+
+namespace molvane::testing {
+
+/// A timer queue whose time stands still until a test moves it. Any thread may arm and cancel; one thread at
+/// a time may advance, and the functions run on it.
+class ManualTimerQueue : public TimerQueue {
+ public:
+  Handle callAfter(Duration delay, std::function<void()> function) override EXCLUDES(mutex_) {
+    MutexLock lock(mutex_);
+    armed_.emplace(Moment{now_ + std::max(delay, Duration::zero()), ++lastHandle_}, std::move(function));
+    return lastHandle_;
+  }
+
+  void cancel(Handle handle) override EXCLUDES(mutex_) {
+    decltype(armed_)::node_type cancelled;
+    MutexLock lock(mutex_);
+    const auto found = std::find_if(armed_.begin(), armed_.end(),
+                                    [handle](const auto& armed) { return armed.first.second == handle; });
+    if (found != armed_.end()) cancelled = armed_.extract(found);
+  }
+
+  /// Moves the time on and runs what falls due on the way, in order, each at its own moment; also what the
+  /// functions themselves arm within the span.
+  void advance(Duration span) EXCLUDES(mutex_) {
+    const Duration end = now() + span;
+    while (const std::function<void()> function = nextDueBy(end)) function();
+  }
+
+  [[nodiscard]] std::size_t armedCount() EXCLUDES(mutex_) {
+    MutexLock lock(mutex_);
+    return armed_.size();
+  }
+
+  /// How long until the next call falls due; nothing when none is armed.
+  [[nodiscard]] std::optional<Duration> untilNext() EXCLUDES(mutex_) {
+    MutexLock lock(mutex_);
+    if (armed_.empty()) return std::nullopt;
+    return armed_.begin()->first.first - now_;
+  }
+
+ private:
+  using Moment = std::pair<Duration, Handle>;
+
+  Duration now() EXCLUDES(mutex_) {
+    MutexLock lock(mutex_);
+    return now_;
+  }
+
+  std::function<void()> nextDueBy(Duration end) EXCLUDES(mutex_) {
+    MutexLock lock(mutex_);
+    if (armed_.empty() || armed_.begin()->first.first > end) {
+      now_ = end;
+      return nullptr;
+    }
+    now_ = armed_.begin()->first.first;
+    return std::move(armed_.extract(armed_.begin()).mapped());
+  }
+
+  Mutex mutex_;
+  std::map<Moment, std::function<void()>> armed_ GUARDED_BY(mutex_);
+  Duration now_ GUARDED_BY(mutex_){};
+  Handle lastHandle_ GUARDED_BY(mutex_) = 0;
+};
+
+}  // namespace molvane::testing
