@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <string>
+
+namespace molvane {
+
+/// What is known about a disk or a partition. A plain value.
+struct DeviceFacts {
+  std::string bsdName;  ///< such as "disk4"
+  bool isWhole = false;
+  bool isInternal = false;
+  bool isRemovableOrEjectable = false;
+  std::int64_t sizeBytes = 0;
+  std::int64_t blockSize = 512;  ///< bytes
+  bool isVirtual = false;        ///< an attached disk image or the like, no drive
+
+  bool operator==(const DeviceFacts&) const = default;
+};
+
+/// Where the facts come from. Any thread may call; every call reads afresh.
+class DeviceFactsProviding {
+ public:
+  virtual ~DeviceFactsProviding() = default;
+
+  /// The facts about the device of that name; nothing when there is none.
+  [[nodiscard]] virtual std::optional<DeviceFacts> facts(const std::string& bsdName) const = 0;
+
+  /// The whole disks that the device of that name lies on, itself included when it is one. Empty when there
+  /// is no such device.
+  [[nodiscard]] virtual std::set<std::string> wholeDisks(const std::string& bsdName) const = 0;
+
+  /// The whole disks that carry the running system.
+  [[nodiscard]] virtual std::set<std::string> bootWholeDisks() const = 0;
+};
+
+}  // namespace molvane
