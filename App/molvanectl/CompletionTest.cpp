@@ -62,6 +62,10 @@ TEST(Completion, PathsAreFileNames) {
   EXPECT_THAT(offered("remove /x -v /y " + base + "o"), ElementsAre(base + "other"));
   EXPECT_THAT(offered("--socket " + base + "o"), ElementsAre(base + "other"));
   EXPECT_THAT(offered("--socket = " + base + "o"), ElementsAre(base + "other"));
+  EXPECT_THAT(offered("device write " + base + "o"), ElementsAre(base + "other"));
+  EXPECT_THAT(offered("device write --yes x.img " + base + "o"), IsEmpty()) << "the second one is a disk";
+  EXPECT_THAT(offered("device image disk4 " + base + "o"), ElementsAre(base + "other"));
+  EXPECT_THAT(offered("device image disk4 x.img " + base + "o"), IsEmpty());
   outputOf("rm -r " + base);
 }
 

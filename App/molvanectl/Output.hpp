@@ -52,6 +52,18 @@ class Output {
   /// to a terminal as it is.
   void preparedText(std::string_view text);
 
+  /// Writes a piece of text that need be no whole line to standard output.
+  void piece(std::string_view text);
+
+  [[nodiscard]] bool errIsTerminal() const { return streams_.errIsTerminal; }
+
+  /// Draws a line on the terminal at standard error in place of the one drawn before. Whatever is written
+  /// next takes its place.
+  void bar(std::string_view line);
+
+  /// Asks a person something on the terminal at standard error, where the answer is typed behind it.
+  void prompt(std::string_view question);
+
   /// Writes one object to standard output, on one line.
   void record(const Record& object);
 
@@ -70,9 +82,12 @@ class Output {
  private:
   void report(const std::string& line);
   void report(const Record& object);
+  void writeToErr(const std::string& text);
+  void clearBar();
 
   Streams streams_;
   bool json_ = false;
+  bool isBarDrawn_ = false;
 };
 
 }  // namespace molvane::ctl

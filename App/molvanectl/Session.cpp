@@ -6,12 +6,17 @@
 
 namespace molvane::ctl {
 
-Session::Session(Output& output, ConnectionFactory connect, std::string socketPath)
-    : output_(output), connect_(std::move(connect)), socketPath_(std::move(socketPath)) {}
+Session::Session(Output& output, Person& person, ConnectionFactory connect, std::string socketPath)
+    : output_(output), person_(person), connect_(std::move(connect)), socketPath_(std::move(socketPath)) {}
 
 MolvaneHelperXPCProtocol& Session::helper() {
   if (helper_ == nullptr) helper_ = connect_(socketPath_);
   return *helper_;
+}
+
+void Session::reconnect() {
+  helper_.reset();
+  helper();
 }
 
 NSError refusal(const OptionalError& error) {

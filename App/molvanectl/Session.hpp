@@ -10,6 +10,7 @@
 #include "HelperProtocol/Connection.hpp"
 #include "HelperProtocol/HelperXPCProtocol.hpp"
 #include "molvanectl/Output.hpp"
+#include "molvanectl/Person.hpp"
 
 namespace molvane::ctl {
 
@@ -17,16 +18,20 @@ namespace molvane::ctl {
 using ConnectionFactory =
     std::function<std::unique_ptr<MolvaneHelperXPCProtocol>(const std::string& socketPath)>;
 
-/// What a running command works with: the output, and the helper, connected to when first asked.
+/// What a running command works with: the output, the person, and the helper, connected to when first asked.
 class Session {
  public:
-  Session(Output& output, ConnectionFactory connect, std::string socketPath);
+  Session(Output& output, Person& person, ConnectionFactory connect, std::string socketPath);
 
   [[nodiscard]] Output& output() { return output_; }
+  [[nodiscard]] Person& person() { return person_; }
 
   /// Whether a connection has been made, and whether the helper has answered anything on it.
   [[nodiscard]] bool connected() const { return helper_ != nullptr; }
   [[nodiscard]] bool answered() const { return answered_; }
+
+  /// Gives up the connection and makes a new one. Throws ConnectionError.
+  void reconnect();
 
   /// Calls a method of the helper and returns what it answered with, as a tuple. Throws ConnectionError.
   template <typename... Values>
@@ -54,6 +59,7 @@ class Session {
   }
 
   Output& output_;
+  Person& person_;
   ConnectionFactory connect_;
   std::string socketPath_;
   std::unique_ptr<MolvaneHelperXPCProtocol> helper_;

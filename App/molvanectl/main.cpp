@@ -19,7 +19,8 @@ int main(int argc, char** argv) {
 
   DescriptorSink out(STDOUT_FILENO);
   DescriptorSink err(STDERR_FILENO);
-  CommandLine program({out, err, ::isatty(STDOUT_FILENO) == 1, ::isatty(STDERR_FILENO) == 1},
+  TerminalPerson person;
+  CommandLine program({out, err, ::isatty(STDOUT_FILENO) == 1, ::isatty(STDERR_FILENO) == 1}, person,
                       connectToHelper);
   return static_cast<int>(program.run(std::vector<std::string>(argv + std::min(argc, 1), argv + argc)));
 }

@@ -3,7 +3,7 @@
 # list of tasks, so that there is no second list to keep. It never asks the helper.
 
 # Reads the help of the command that the given words name into the caller's variables: `depth` (words of the command's
-# name), `commands`, `argument` (the first one's placeholder), `values` (placeholder by option, empty for a switch).
+# name), `commands`, `arguments` (placeholders), `values` (placeholder by option, empty for a switch).
 _molvanectl_read_help() {
   local line section=
   while IFS= read -r line; do
@@ -15,8 +15,8 @@ _molvanectl_read_help() {
       section=${BASH_REMATCH[1]}
     elif [[ $section == Commands && $line =~ ^\ \ ([a-z-]+) ]]; then
       commands+=("${BASH_REMATCH[1]}")
-    elif [[ $section == Arguments && -z $argument && $line =~ ^\ \ ([A-Z.]+) ]]; then
-      argument=${BASH_REMATCH[1]}
+    elif [[ $section == Arguments && $line =~ ^\ \ ([A-Z.]+)(\ |$) ]]; then
+      arguments+=("${BASH_REMATCH[1]}")
     elif [[ $section == Options && $line =~ ^\ +(-.,\ )?(--[a-z-]+)(\ ([A-Z]+))?(\ \ |$) ]]; then
       values[${BASH_REMATCH[2]}]=${BASH_REMATCH[4]}
     fi
@@ -25,9 +25,9 @@ _molvanectl_read_help() {
 
 _molvanectl() {
   local program=$1 current=$2 previous=$3
-  local -a words=() commands=()
+  local -a words=() commands=() arguments=()
   local -A values=()
-  local argument='' depth=0 index
+  local depth=0 index
 
   # Readline makes a word of the equals sign in --option=VALUE.
   if [[ $current == = ]]; then
@@ -62,8 +62,12 @@ _molvanectl() {
     kind=OPTION
   elif [[ $given -eq $depth && ${#commands[@]} -gt 0 ]]; then
     kind=COMMAND
-  elif [[ $given -eq $depth || ($given -gt $depth && $argument == *...) ]]; then
-    kind=${argument%...}
+  elif [[ ${#arguments[@]} -gt 0 && $given -ge $depth ]]; then
+    # The last one may stand for all that follow.
+    local which=$((given - depth)) last=$((${#arguments[@]} - 1))
+    if [[ $which -gt $last && ${arguments[last]} == *... ]]; then which=$last; fi
+    kind=${arguments[which]-}
+    kind=${kind%...}
   fi
 
   COMPREPLY=()
@@ -71,7 +75,8 @@ _molvanectl() {
     COMMAND) mapfile -t COMPREPLY < <(compgen -W "${commands[*]}" -- "$current") ;;
     OPTION) mapfile -t COMPREPLY < <(compgen -W "${!values[*]}" -- "$current") ;;
     ID) mapfile -t COMPREPLY < <(compgen -W "$("$program" task list --ids 2>/dev/null)" -- "$current") ;;
-    PATH)
+    DISK) mapfile -t COMPREPLY < <(compgen -W "$(cd /dev && compgen -G 'disk*' | grep -x 'disk[0-9]*')" -- "$current") ;;
+    PATH | IMAGE | FILE | APP | VOLUME)
       compopt -o filenames 2>/dev/null
       mapfile -t COMPREPLY < <(compgen -f -- "$current")
       ;;

@@ -1,11 +1,15 @@
 #pragma once
 
+#include <algorithm>
 #include <map>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "Base/JsonCoding.hpp"
 #include "HelperProtocol/Connection.hpp"
+#include "HelperProtocol/DeviceJobStatus.hpp"
 #include "HelperProtocol/testing/RecordingHelper.hpp"
 
 namespace molvane::ctl {
@@ -15,9 +19,15 @@ struct FakeHelperState {
   std::map<std::string, std::int64_t> sizes;  ///< paths that exist; removing takes them out
   std::map<std::string, NSError> refusals;    ///< by path or task identifier
   std::map<std::string, std::pair<bool, std::string>> tasks;
-  std::vector<std::string> calls;  ///< method and argument of each call
+  std::map<std::string, NSError> refusalsAfterLoss;  ///< what a helper that was started again refuses
+  std::vector<std::string> calls;                    ///< method and argument of each call
   int connections = 0;
-  int callsUntilLost = -1;  ///< the call that loses the connection; none if negative
+  int callsUntilLost = -1;  ///< the call that loses the connection, once; none if negative
+
+  std::string jobID = "JOB";                 ///< of every job that is started
+  std::vector<DeviceJobStatus> statuses;     ///< of that job, one a question; the last one stays
+  std::vector<DeviceJobStatus> afterCancel;  ///< what follows when it was asked to stop, if anything
+  std::size_t questions = 0;
 };
 
 /// A helper in this process that answers for a FakeHelperState; what the state knows nothing of is answered
@@ -49,11 +59,36 @@ class FakeHelper : public testing::RecordingHelper {
     const auto& [succeeded, transcript] = state_.tasks[taskID];
     reply(succeeded, transcript, std::nullopt);
   }
+  void startDeviceJob(const Data& spec,
+                      const Reply<std::optional<std::string>, OptionalError>& reply) override {
+    note("start " + std::string(spec.begin(), spec.end()));
+    if (const OptionalError error = refusalFor("start")) return reply("", error);
+    reply(state_.jobID, std::nullopt);
+  }
+  void deviceJobStatus(const std::string& jobID,
+                       const Reply<std::optional<Data>, OptionalError>& reply) override {
+    note("status " + jobID);
+    if (const OptionalError error = refusalFor(jobID)) return reply(std::nullopt, error);
+    const std::size_t which = std::min(state_.questions++, state_.statuses.size() - 1);
+    const std::string document = encodedJson(state_.statuses.at(which));
+    reply(Data(document.begin(), document.end()), std::nullopt);
+  }
+  void cancelDeviceJob(const std::string& jobID, const Reply<bool>& reply) override {
+    note("cancel " + jobID);
+    if (!state_.afterCancel.empty()) {
+      state_.statuses = state_.afterCancel;
+      state_.questions = 0;
+    }
+    reply(jobID == state_.jobID);
+  }
 
  private:
   void note(std::string call) {
-    if (state_.callsUntilLost == static_cast<int>(state_.calls.size()))
+    if (state_.callsUntilLost == static_cast<int>(state_.calls.size())) {
+      state_.callsUntilLost = -1;
+      state_.refusals.merge(state_.refusalsAfterLoss);
       throw ConnectionError("reset by peer");
+    }
     state_.calls.push_back(std::move(call));
   }
 
