@@ -23,6 +23,12 @@ struct DeviceImage : testing::Test {
     if (!hasDisks()) GTEST_SKIP() << "this machine lends no loop devices";
     fs::remove(kImage);
   }
+
+  /// Removes what a test lays in the way, also when it ends early.
+  void TearDown() override {
+    fs::remove("/Users/ann/link.img");
+    fs::remove("/Users/ann/way");
+  }
 };
 
 struct FaultyImage : DeviceImage {
@@ -97,8 +103,6 @@ TEST_F(DeviceImage, GoesOnlyWhereNothingIsYet) {
   EXPECT_EQ(device({"image", "disk1", "/Users/ann/way/planted.img"}).status, 1)
       << "no way out of the home folder";
   EXPECT_FALSE(fs::exists("/etc/planted.img"));
-  fs::remove("/Users/ann/link.img");
-  fs::remove("/Users/ann/way");
 }
 
 TEST_F(DeviceImage, FullVolumeIsAFailure) {

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cstdio>
 #include <cstdlib>
 #include <random>
 #include <stdexcept>
@@ -55,7 +56,8 @@ void AttachedDisk::tell(std::string_view directives) const {
 
 void AttachedDisk::pull() {
   isIn_ = false;
-  run({diskTool(), "detach", name_});
+  const Outcome outcome = run({diskTool(), "detach", name_});
+  if (outcome.status != 0) std::fprintf(stderr, "%s is stuck: %s\n", name_.c_str(), outcome.err.c_str());
 }
 
 std::string AttachedDisk::content() const { return readFile(kDisks / name_ / "content"); }
