@@ -126,6 +126,13 @@ bool canonicallyEqual(std::string_view a, std::string_view b) {
   return decomposed(unicodeString(a)) == decomposed(unicodeString(b));
 }
 
+std::string canonicalForm(std::string_view text) {
+  std::string form;
+  if (isAscii(text)) return form.assign(text);
+  decomposed(unicodeString(text)).toUTF8String(form);
+  return form;
+}
+
 std::string foldingCaseAndDiacritics(std::string_view text) {
   // Folding can compose new accents (“ǰ”), so the text is taken apart before and after.
   const icu::UnicodeString folded = decomposed(decomposed(unicodeString(text)).foldCase(U_FOLD_CASE_DEFAULT));

@@ -25,6 +25,10 @@ namespace molvane {
 /// Whether both texts are the same characters, however their accents are composed.
 [[nodiscard]] bool canonicallyEqual(std::string_view a, std::string_view b);
 
+/// A form that texts share exactly when they are canonically equal; for sets and hashes. ASCII comes back as
+/// it is.
+[[nodiscard]] std::string canonicalForm(std::string_view text);
+
 /// `text` with the distinctions of case and of accents taken away: full case folding (“ß” gives “ss”),
 /// decomposed, without nonspacing marks. Letters that do not decompose (“ø”, “ł”, “æ”) stay. For comparing,
 /// not for showing.

@@ -17,11 +17,7 @@ void skipJson(const std::string& type) {
 
 TEST(Golden, Accounts) { skip("accounts.jsonl"); }
 
-TEST(GoldenJson, CompanyAdminConfig) { skipJson("CompanyAdminConfig"); }
 TEST(GoldenJson, CompanyAdminKeeperState) { skipJson("CompanyAdminKeeper.State"); }
-TEST(GoldenJson, CompanyAdminStatus) { skipJson("CompanyAdminStatus"); }
-TEST(GoldenJson, LocalAccountOperation) { skipJson("LocalAccountOperation"); }
-TEST(GoldenJson, LocalAccountsSnapshot) { skipJson("LocalAccountsSnapshot"); }
 
 }  // namespace
 }  // namespace molvane::golden

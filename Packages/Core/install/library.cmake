@@ -14,7 +14,7 @@ set(needed_sources
 set(needed_headers
   Base/CaseError.hpp Base/Date.hpp Base/Json.hpp Base/JsonCoding.hpp Base/Mutex.hpp Base/Uuid.hpp)
 set(own_headers
-  PathAllowlist.hpp PasteGuard.hpp Scheduling/Calendar.hpp Scheduling/Schedule.hpp Scheduling/ScheduledTask.hpp
+  LocalAccounts.hpp PathAllowlist.hpp PasteGuard.hpp Scheduling/Calendar.hpp Scheduling/Schedule.hpp Scheduling/ScheduledTask.hpp
   Scheduling/ScheduleFile.hpp Scheduling/ScheduleStore.hpp Scheduling/TimeZone.hpp)
 
 list(JOIN needed_sources "|" needed)
