@@ -210,14 +210,11 @@ TEST(AccountTools, AskAsTold) {
 
 TEST(AccountTools, HoldAtAPointUntilLetGo) {
   const Outcome outcome = enter(
+      "held() { until [ $(grep -c ^holding /var/log/macroot/tools.log) = $1 ]; do :; done; };"
+      "look() { getent shadow bob | cut -d: -f2 | cut -c1-2; };"
       "cd /etc/macroot/behaviour; echo 'at asked hold' >pwpolicy; echo 'at changed hold' >pwpolicy@bob;"
-      "pwpolicy -u bob -disableuser & "
-      "until grep -q '^holding pwpolicy' /var/log/macroot/tools.log; do :; done; getent shadow bob | cut "
-      "-c1-2;"
-      ": >/run/macroot/hold;"
-      "until [ $(grep -c '^holding' /var/log/macroot/tools.log) = 2 ]; do :; done; getent shadow bob | cut "
-      "-c1-2;"
-      ": >/run/macroot/hold; wait; echo $?");
+      "pwpolicy -u bob -disableuser &"
+      "held 1; look; : >/run/macroot/hold; held 2; look; : >/run/macroot/hold; wait; echo $?");
   EXPECT_EQ(outcome.out, "$6\nDisabling account for user <bob>\n!$\n0\n") << outcome.err;
 }
 
