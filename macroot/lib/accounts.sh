@@ -21,8 +21,8 @@
 #   tell-split       prints it in two writes
 # and one that changes something:
 #   no-effect        changes nothing and says it did
-# The points of standin_point are "asked" (all is known, nothing has been changed), "recorded" (a new account is in the
-# user database, without a password) and "changed".
+# The points of standin_point are "typed" (the new password is known), "asked" (all is, nothing has been changed),
+# "recorded" (a new account is in the user database, without a password) and "changed".
 
 PATH=/usr/sbin:/usr/bin:/sbin:/bin
 export LC_ALL=C
@@ -120,6 +120,7 @@ ask_new_password() {
       printf '%s.\n' "${secret:${#secret}/2}"
       ;;
   esac
+  standin_point typed
 }
 
 # Prints what crypt makes of the password $1 with the setting $2. Neither stands on a command line.
