@@ -187,7 +187,7 @@ TEST_F(CompanyAdmin, StateFileThatIsNotTheHelpersIsNotBelieved) {
   expectNotHandedOut("another's file");
   fs::create_directory(kStateFile);
   expectNotHandedOut("a folder");
-  for (const std::string broken : {content.substr(0, content.size() / 2), std::string(), std::string("null"),
+  for (const std::string& broken : {content.substr(0, content.size() / 2), std::string(), std::string("null"),
                                    std::string("{}"), "\xFF" + content}) {
     writeFile(kStateFile, broken);
     expectNotHandedOut("broken");
