@@ -9,12 +9,12 @@ pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
 # The archive carries what Core needs of the packages below it, and nothing that would need a further library.
 # ./scripts/check-installed-library tells when something is missing here.
 set(needed_sources
-  Base/.*/(Characters|Date|Json|JsonCoding|JsonNumber|NSError|PathText|Text|Utf8|Uuid)
+  Base/.*/(Characters|Date|Json|JsonCoding|JsonNumber|NSError|PathText|Text|UnicodeLibrary|Utf8|Uuid)
   Platform/.*/(DirectoryHandle|FileDescriptor|SafeFile|SecureRandom|StandardPath|Users))
 set(needed_headers
   Base/CaseError.hpp Base/Date.hpp Base/Json.hpp Base/JsonCoding.hpp Base/Mutex.hpp Base/Uuid.hpp)
 set(own_headers
-  LocalAccounts.hpp PathAllowlist.hpp PasteGuard.hpp Scheduling/Calendar.hpp Scheduling/Schedule.hpp Scheduling/ScheduledTask.hpp
+  LocalAccountPolicy.hpp LocalAccounts.hpp PathAllowlist.hpp PasteGuard.hpp Scheduling/Calendar.hpp Scheduling/Schedule.hpp Scheduling/ScheduledTask.hpp
   Scheduling/ScheduleFile.hpp Scheduling/ScheduleStore.hpp Scheduling/TimeZone.hpp)
 
 list(JOIN needed_sources "|" needed)
@@ -28,7 +28,7 @@ set_target_properties(MolvaneCoreLibrary PROPERTIES
   ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}/install")
 target_compile_features(MolvaneCoreLibrary INTERFACE cxx_std_20)
 target_include_directories(MolvaneCoreLibrary INTERFACE "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/molvane>")
-target_link_libraries(MolvaneCoreLibrary PRIVATE ICU::uc fmt::fmt PkgConfig::UUID Threads::Threads)
+target_link_libraries(MolvaneCoreLibrary PRIVATE ICU::uc fmt::fmt PkgConfig::UUID Threads::Threads ${CMAKE_DL_LIBS})
 
 set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/MolvaneCore")
 set(pkgconfig_dir "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
