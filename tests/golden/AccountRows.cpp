@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
+#include "Core/AccountDirectory.hpp"
 #include "Core/LocalAccounts.hpp"
 #include "GoldenRows.hpp"
-#include "HelperKit/Accounts/LocalAccountRunner.hpp"
 
 namespace molvane::golden {
 namespace {
@@ -14,8 +14,7 @@ TEST(GoldenJson, CompanyAdminStatus) { checkJsonRows<CompanyAdminStatus>("Compan
 
 TEST(Golden, Accounts) {
   checkRows("accounts.jsonl", [](Row& row) {
-    const std::string got =
-        encodedJson(LocalAccountRunner::accounts(row.bytes("users"), row.bytes("admins")));
+    const std::string got = encodedJson(AccountDirectory::accounts(row.bytes("users"), row.bytes("admins")));
     const auto expected = nlohmann::json::parse(row.fields().at("accounts").get<std::string>());
     if (nlohmann::json::parse(got) != expected) row.fail("got " + got);
   });

@@ -4,10 +4,10 @@
 #include <utility>
 
 #include "Base/Text.hpp"
+#include "Core/AccountDirectory.hpp"
 #include "Core/LocalAccountPolicy.hpp"
 #include "HelperKit/Accounts/PromptedCommand.hpp"
 #include "HelperKit/Maintenance/MaintenanceRunner.hpp"
-#include "Platform/FileManager.hpp"
 #include "Platform/Log.hpp"
 #include "Platform/SecureRandom.hpp"
 #include "Platform/Users.hpp"
@@ -15,26 +15,23 @@
 namespace molvane::LocalAccountRunner {
 namespace {
 
-// Seconds.
-constexpr double kListingTimeout = 30;
-constexpr double kStepTimeout = 120;
+constexpr double kStepTimeout = 120;  // seconds
 
 // Without what can be taken for something else: i, l, o, I, O, 0, 1.
 constexpr std::string_view kPasswordAlphabet = "abcdefghjkmnpqrstuvwxyzABCDEFGHJKLMNPQRSTUVWXYZ23456789";
 
-MaintenanceRunner::Execution listing(const char* executable, std::vector<std::string> arguments) {
+MaintenanceRunner::Execution listing(const MaintenanceTask::Command& command) {
   try {
-    return MaintenanceRunner::execute({executable, std::move(arguments)}, kListingTimeout);
+    return MaintenanceRunner::execute(command, AccountDirectory::timeout);
   } catch (const std::exception& error) {
-    logLine("MolvaneHelper: " + std::string(executable) + ": " + error.what());
+    logLine("MolvaneHelper: " + command.executable + ": " + error.what());
     return {};
   }
 }
 
 std::vector<LocalAccount> listedAccounts() {
-  const auto users = listing("/usr/bin/dscl", {"-plist", ".", "-readall", "/Users", "RecordName", "RealName",
-                                               "UniqueID", "AuthenticationAuthority", "IsHidden"});
-  const auto admins = listing("/usr/bin/dscl", {"-plist", ".", "-read", "/Groups/admin", "GroupMembership"});
+  const auto users = listing(AccountDirectory::usersCommand());
+  const auto admins = listing(AccountDirectory::adminsCommand());
   try {
     return accounts(users.output, admins.output);
   } catch (const std::exception& error) {
@@ -128,18 +125,19 @@ Failure::Failure(std::string log) : log_(std::move(log)), description_(descripti
 LocalAccountsSnapshot snapshot() {
   LocalAccountsSnapshot found;
   found.accounts = listedAccounts();
-  found.fileVault = listing("/usr/bin/fdesetup", {"isactive"}).status == 0;
+  found.fileVault = listing(AccountDirectory::fileVaultCommand()).status == 0;
   found.loggedIn = consoleUser();
   return found;
 }
 
 std::optional<std::string> consoleUser() {
-  const std::optional<FileAttributes> console = FileManager::findAttributes("/dev/console");
-  // Root owns it while the login window shows.
-  if (!console || console->owner == 0) return std::nullopt;
-  std::optional<User> user = userWithID(console->owner);
+  std::optional<User> user = molvane::consoleUser();
   if (!user) return std::nullopt;
   return std::move(user->name);
+}
+
+std::vector<LocalAccount> accounts(std::string_view users, std::string_view admins) {
+  return AccountDirectory::accounts(users, admins);
 }
 
 std::vector<Step> steps(const LocalAccountOperation& operation) {

@@ -1,14 +1,16 @@
+#include "Core/AccountDirectory.hpp"
+
 #include <algorithm>
 #include <charconv>
+#include <optional>
 #include <string>
 #include <unordered_set>
 
 #include "Base/Characters.hpp"
 #include "Base/PropertyList.hpp"
 #include "Core/LocalAccountPolicy.hpp"
-#include "HelperKit/Accounts/LocalAccountRunner.hpp"
 
-namespace molvane::LocalAccountRunner {
+namespace molvane::AccountDirectory {
 namespace {
 
 // As much as is kept of a tool's output: some twenty thousand records.
@@ -85,6 +87,18 @@ std::optional<LocalAccount> account(const PropertyList& record, const Names& adm
 
 }  // namespace
 
+MaintenanceTask::Command usersCommand() {
+  return {"/usr/bin/dscl",
+          {"-plist", ".", "-readall", "/Users", "RecordName", "RealName", "UniqueID",
+           "AuthenticationAuthority", "IsHidden"}};
+}
+
+MaintenanceTask::Command adminsCommand() {
+  return {"/usr/bin/dscl", {"-plist", ".", "-read", "/Groups/admin", "GroupMembership"}};
+}
+
+MaintenanceTask::Command fileVaultCommand() { return {"/usr/bin/fdesetup", {"isactive"}}; }
+
 std::vector<LocalAccount> accounts(std::string_view users, std::string_view admins) {
   const Names adminNames = namesOfAdmins(admins);
   std::vector<LocalAccount> found;
@@ -101,4 +115,4 @@ std::vector<LocalAccount> accounts(std::string_view users, std::string_view admi
   return found;
 }
 
-}  // namespace molvane::LocalAccountRunner
+}  // namespace molvane::AccountDirectory
