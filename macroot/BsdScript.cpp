@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -22,6 +23,9 @@
 #include <string_view>
 
 namespace {
+
+// More than a terminal holds.
+constexpr int kMostReadsAfterTheEnd = 64;
 
 struct Session {
   int terminal = -1;
@@ -72,14 +76,21 @@ bool copyShown(const Session& session) {
   return true;
 }
 
-void copyUntilTheTerminalCloses(const Session& session) {
-  std::array<pollfd, 2> polled{{{session.terminal, POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}}};
+// A Mac takes the terminal from everybody when the command that leads its session ends. Here processes that
+// the command has left behind keep it, and so the command's end has to be looked for as well.
+void copyUntilTheCommandEnds(const Session& session) {
+  const int ended = static_cast<int>(syscall(SYS_pidfd_open, session.command, 0));
+  if (ended < 0) fail("pidfd_open");
+  std::array<pollfd, 3> polled{
+      {{session.terminal, POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}, {ended, POLLIN, 0}}};
+  int rest = 0;
   while (true) {
     if (poll(polled.data(), polled.size(), -1) < 0) {
       if (errno == EINTR) continue;
       fail("poll");
     }
     if (polled[1].revents != 0 && !copyTyped(session)) polled[1].fd = -1;
+    if (polled[2].revents != 0 && (polled[0].revents == 0 || ++rest > kMostReadsAfterTheEnd)) return;
     if (polled[0].revents != 0 && !copyShown(session)) return;
   }
 }
@@ -119,7 +130,7 @@ int main(int argc, char** argv) {
     execvp(command[0], command);
     fail(command[0]);
   }
-  copyUntilTheTerminalCloses(session);
+  copyUntilTheCommandEnds(session);
   const int status = endOf(session.command);
   if (!quiet) writeAll(STDOUT_FILENO, std::string("\nScript done, output file is ") + file + "\n");
   return status;
