@@ -31,14 +31,13 @@ void must(const Outcome& outcome) {
 
 // Brings the accounts back to how the root was set up, which the first call keeps.
 void restoreAccounts() {
-  std::string script = "cd '" + kKept.string() + "'";
-  if (!fs::exists(kKept)) {
-    fs::create_directories(kKept);
-    for (const std::string path : kDatabase) must(run({"/bin/cp", "-a", "--parents", path, kKept}));
-  }
-  for (const std::string path : kDatabase) {
+  const bool kept = fs::exists(kKept);
+  fs::create_directories(kKept);
+  for (const fs::path path : kDatabase) {
+    const fs::path copy = kKept / path.filename();
+    if (!kept) must(run({"/bin/cp", "-a", path, copy}));
     fs::remove_all(path);
-    must(run({"/bin/cp", "-a", kKept.string() + path, path}));
+    must(run({"/bin/cp", "-a", copy, path}));
   }
   for (const auto& home : fs::directory_iterator("/Users")) {
     if (home.path() != "/Users/ann" && home.path() != "/Users/bob") fs::remove_all(home.path());

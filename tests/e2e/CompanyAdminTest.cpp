@@ -188,7 +188,7 @@ TEST_F(CompanyAdmin, StateFileThatIsNotTheHelpersIsNotBelieved) {
   fs::create_directory(kStateFile);
   expectNotHandedOut("a folder");
   for (const std::string& broken : {content.substr(0, content.size() / 2), std::string(), std::string("null"),
-                                   std::string("{}"), "\xFF" + content}) {
+                                    std::string("{}"), "\xFF" + content}) {
     writeFile(kStateFile, broken);
     expectNotHandedOut("broken");
   }
