@@ -15,6 +15,7 @@
 # Besides standin.sh's directives a tool that asks for secrets takes:
 #   ask N            asks for a new password N times instead of twice
 #   prompt TEXT      asks for it with TEXT
+#   patience N       gives up when a prompt is not answered within N seconds
 #   slow-prompt      writes its prompts byte by byte
 #   echo             leaves the terminal's echo on
 #   tell             prints the new password
@@ -31,6 +32,8 @@ records=/var/db/dslocal/nodes/Default/users
 
 new_password_asks=2
 new_password_prompt=
+patience=
+prompts=0
 slow_prompt=
 leave_echo=
 tell=
@@ -41,6 +44,7 @@ standin_own() {
   case $1 in
     ask) new_password_asks=$2 ;;
     prompt) new_password_prompt=$2 ;;
+    patience) patience=$2 ;;
     slow-prompt) slow_prompt=yes ;;
     echo) leave_echo=yes ;;
     tell) tell='whole' ;;
@@ -96,7 +100,10 @@ ask() {
     printf '%s' "$1" >&"$tty"
   fi
   secret=
-  IFS= read -r secret <&"$tty"
+  prompts=$((prompts + 1))
+  if ! IFS= read -r ${patience:+-t "$patience"} secret <&"$tty" && [ -n "$patience" ]; then
+    fail "$standin_name: Error: prompt $prompts was not answered"
+  fi
   stty "$saved" <&"$tty"
   printf '\n' >&"$tty"
   exec {tty}>&-

@@ -5,7 +5,7 @@
 # argument quoted for the shell.
 #
 # The control file, /etc/macroot/behaviour/NAME, holds directives, one a line, done in order before the tool's own work.
-# A second one, NAME@WORD, counts only for calls that have the argument WORD.
+# A second one, NAME@WORD, counts only for calls that have the argument WORD (with _ in place of /).
 #   print TEXT          prints TEXT
 #   flood MIB           prints MIB megabytes of lines
 #   invalid-utf8        prints bytes that are no UTF-8 between "before" and "after"
@@ -80,7 +80,6 @@ standin_name=${0##*/}
 printf -v standin_call ' %q' "$0" "$@"
 printf 'uid=%d%s\n' "$EUID" "$standin_call" >>/var/log/macroot/tools.log
 for standin_word in '' "${@/#/@}"; do
-  case $standin_word in @ | */*) continue ;; esac
-  standin_file=/etc/macroot/behaviour/$standin_name$standin_word
+  standin_file=/etc/macroot/behaviour/$standin_name${standin_word//\//_}
   if [ -e "$standin_file" ]; then standin_behave <"$standin_file"; fi
 done

@@ -22,6 +22,9 @@ using nlohmann::json;
 const fs::path kRecords = "/var/db/dslocal/nodes/Default/users";
 const fs::path kKept = "/var/root/kept-accounts";
 
+// The helper gives a tool two minutes, and one operation may wait for another.
+constexpr std::chrono::seconds kLongestOperation{400};
+
 // What makes up the accounts.
 constexpr std::array kDatabase{"/etc/passwd", "/etc/shadow", "/etc/group", "/etc/gshadow", "/var/db/dslocal"};
 
@@ -83,7 +86,7 @@ class Body {
 
 RawClient::Reply callHelper(std::string_view member, std::string_view signature = {},
                             std::string_view body = {}) {
-  RawClient client;
+  RawClient client(kLongestOperation);
   client.authenticate();
   return client.call(member, signature, body);
 }

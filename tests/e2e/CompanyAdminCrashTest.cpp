@@ -34,7 +34,7 @@ const std::vector<Moment> kCreating{
     {"WhenTheAccountHasNoPasswordYet", "sysadminctl@itadmin", "at recorded hold", 1},
     {"WhenTheAccountIsMade", "sysadminctl@itadmin", "at changed hold", 1},
     {"BeforeItIsHidden", "dscl@IsHidden", "hold", 1},
-    {"WhenItIsHidden", "dscl@/Users/itadmin", "at changed hold", 1},
+    {"WhenItIsHidden", "dscl@_Users_itadmin", "at changed hold", 1},
     {"WhenTheStateIsSaved", "dscl@-readall", "hold", 2},
 };
 
