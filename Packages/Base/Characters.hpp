@@ -6,8 +6,11 @@
 #include <vector>
 
 // Text rules that need the Unicode database. Texts are UTF-8; bytes that are no UTF-8 count as U+FFFD. All
-// functions may be called from any thread. They throw std::runtime_error when the Unicode library cannot do
-// its work.
+// functions may be called from any thread. They throw std::runtime_error when the Unicode library is missing
+// or cannot do its work.
+//
+// The library is loaded by the first call that needs it. characterCount, lowercased, canonicallyEqual and
+// canonicalForm do not need it for ASCII.
 
 namespace molvane {
 

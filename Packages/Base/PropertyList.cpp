@@ -32,8 +32,8 @@ bool isPropertyListDate(Date date) noexcept {
   return date.unixSeconds() >= kFirst && date.unixSeconds() < kEnd;
 }
 
-std::optional<PropertyList> parsePropertyList(std::string_view bytes) {
-  if (bytes.size() > kMaximumPropertyListSize) return std::nullopt;
+std::optional<PropertyList> parsePropertyList(std::string_view bytes, std::size_t maximumSize) {
+  if (bytes.size() > maximumSize) return std::nullopt;
   if (bytes.substr(0, kBinaryPropertyListMagic.size()) == kBinaryPropertyListMagic) {
     return parseBinaryPropertyList(bytes);
   }

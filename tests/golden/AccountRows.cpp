@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "Core/AccountDirectory.hpp"
 #include "Core/LocalAccounts.hpp"
 #include "GoldenRows.hpp"
 
@@ -10,6 +11,14 @@ TEST(GoldenJson, LocalAccountOperation) { checkJsonRows<LocalAccountOperation>("
 TEST(GoldenJson, LocalAccountsSnapshot) { checkJsonRows<LocalAccountsSnapshot>("LocalAccountsSnapshot"); }
 TEST(GoldenJson, CompanyAdminConfig) { checkJsonRows<CompanyAdminConfig>("CompanyAdminConfig"); }
 TEST(GoldenJson, CompanyAdminStatus) { checkJsonRows<CompanyAdminStatus>("CompanyAdminStatus"); }
+
+TEST(Golden, Accounts) {
+  checkRows("accounts.jsonl", [](Row& row) {
+    const std::string got = encodedJson(AccountDirectory::accounts(row.bytes("users"), row.bytes("admins")));
+    const auto expected = nlohmann::json::parse(row.fields().at("accounts").get<std::string>());
+    if (nlohmann::json::parse(got) != expected) row.fail("got " + got);
+  });
+}
 
 }  // namespace
 }  // namespace molvane::golden

@@ -8,14 +8,10 @@
 namespace molvane::golden {
 namespace {
 
-void skip(const std::string& file) { GTEST_SKIP() << file << ": " << countRows(file) << " rows"; }
-
 void skipJson(const std::string& type) {
   const auto belongs = [&](const Row& row) { return row.fields().at("type") == type; };
   GTEST_SKIP() << "json.jsonl, " << type << ": " << countRows("json.jsonl", belongs) << " rows";
 }
-
-TEST(Golden, Accounts) { skip("accounts.jsonl"); }
 
 TEST(GoldenJson, CompanyAdminKeeperState) { skipJson("CompanyAdminKeeper.State"); }
 

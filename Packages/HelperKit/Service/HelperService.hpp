@@ -1,9 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <string>
 
+#include "Base/Mutex.hpp"
+#include "Core/LocalAccounts.hpp"
 #include "Core/MaintenanceTask.hpp"
 #include "Core/PathAllowlist.hpp"
 #include "HelperProtocol/HelperXPCProtocol.hpp"
@@ -14,7 +17,7 @@ namespace molvane {
 ///
 /// Every protocol method does its work on the calling thread and calls its reply exactly once before it
 /// returns; whatever fails becomes the error of that reply. Methods of different connections run side by
-/// side, so the service keeps no mutable state of its own.
+/// side, so the service keeps no mutable state of its own; changes of accounts wait for each other.
 ///
 /// Methods that act for a person take the person's user identifier as `peerUID`. Their protocol forms stand
 /// for the helper process itself and are not reached through a connection: a PeerScopedHelper is what gets
@@ -77,8 +80,18 @@ class HelperService final : public MolvaneHelperXPCProtocol {
   [[nodiscard]] std::string validateReadablePath(const std::string& path) const;
   [[nodiscard]] std::string validateMutablePath(const std::string& path) const;
 
+  /// Carries out an operation with no other change of an account at the same time, and returns the accounts
+  /// as they are then. Throws as LocalAccountRunner::perform does.
+  LocalAccountsSnapshot changeAccount(const LocalAccountOperation& operation);
+
+  /// Short name of the company administrator; nothing when there is none.
+  [[nodiscard]] std::optional<std::string> companyAdminName();
+
   const PathAllowlist allowlist_;
   const std::set<std::string> deniedBasenames_;
+  /// Held while the tools run: two changes that are each allowed could together take the last administrator
+  /// away. Taken before any other lock.
+  Mutex accountChanges_;
 };
 
 }  // namespace molvane

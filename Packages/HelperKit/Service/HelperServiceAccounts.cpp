@@ -14,11 +14,8 @@ NSError notBuilt() { return {std::string(kPOSIXErrorDomain), ENOSYS, posixErrorD
 
 }  // namespace
 
-void HelperService::manageLocalAccount(
-    const Data& /*operation*/,
-    const Reply<std::optional<Data>, std::optional<std::string>, OptionalError>& reply) {
-  reply(std::nullopt, std::nullopt, notBuilt());
-}
+// Nobody is the company administrator where none can be appointed.
+std::optional<std::string> HelperService::companyAdminName() { return std::nullopt; }
 
 void HelperService::applyCompanyAdmin(const Data& /*configuration*/,
                                       const Reply<std::optional<Data>, OptionalError>& reply) {

@@ -11,6 +11,8 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <tuple>
+#include <vector>
 
 #include "HelperKit/Service/HelperPathPolicy.hpp"
 #include "HelperKit/Service/HelperServiceError.hpp"
@@ -76,6 +78,26 @@ class HelperServiceTest : public ::testing::Test {
 };
 
 NSError error(std::int64_t code, const std::string& description) { return {kDomain, code, description}; }
+
+TEST_F(HelperServiceTest, AnAccountRefusalIsATextAndAMalformedRequestAnError) {
+  using Answer = std::tuple<std::optional<Data>, std::optional<std::string>, OptionalError>;
+  const auto manage = [&](const std::string& document) {
+    std::vector<Answer> answers;
+    helper().manageLocalAccount({document.begin(), document.end()},
+                                [&](auto... values) { answers.emplace_back(values...); });
+    EXPECT_EQ(answers.size(), 1U);
+    return answers.at(0);
+  };
+  // Nothing here can be allowed on any machine.
+  EXPECT_EQ(manage(R"({"delete":{"name":"no such account"}})"),
+            Answer(std::nullopt, "not-found", std::nullopt));
+  EXPECT_EQ(manage(R"({"create":{"name":"root","fullName":"R","password":"12345678","admin":true,)"
+                   R"("mustChange":false}})"),
+            Answer(std::nullopt, "invalid-name", std::nullopt));
+  for (const char* malformed : {"", "{}", R"({"delete":{}})", R"({"rename":{"name":"ann"}})"}) {
+    EXPECT_EQ(manage(malformed), Answer(std::nullopt, "", error(7, "Bad device job: account"))) << malformed;
+  }
+}
 
 TEST_F(HelperServiceTest, RefusesWithTheSentenceOfTheFirstCheckThatFails) {
   write(root() + "/a/CloudKit/file", 1);
