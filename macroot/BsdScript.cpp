@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -72,15 +73,21 @@ bool copyShown(const Session& session) {
   return true;
 }
 
-void copyUntilTheTerminalCloses(const Session& session) {
-  std::array<pollfd, 2> polled{{{session.terminal, POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}}};
-  while (true) {
+/// Ends when the command has ended, as on the Mac, where nobody keeps the terminal of a session that is over.
+void copyUntilTheEnd(const Session& session) {
+  const int ended = static_cast<int>(syscall(SYS_pidfd_open, session.command, 0));
+  if (ended < 0) fail("pidfd_open");
+  std::array<pollfd, 3> polled{
+      {{session.terminal, POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}, {ended, POLLIN, 0}}};
+  while (polled[2].revents == 0) {
     if (poll(polled.data(), polled.size(), -1) < 0) {
       if (errno == EINTR) continue;
       fail("poll");
     }
     if (polled[1].revents != 0 && !copyTyped(session)) polled[1].fd = -1;
     if (polled[0].revents != 0 && !copyShown(session)) return;
+  }
+  while (poll(polled.data(), 1, 0) > 0 && copyShown(session)) {
   }
 }
 
@@ -119,7 +126,7 @@ int main(int argc, char** argv) {
     execvp(command[0], command);
     fail(command[0]);
   }
-  copyUntilTheTerminalCloses(session);
+  copyUntilTheEnd(session);
   const int status = endOf(session.command);
   if (!quiet) writeAll(STDOUT_FILENO, std::string("\nScript done, output file is ") + file + "\n");
   return status;

@@ -20,8 +20,9 @@ struct Result {
   /// it, without carriage returns and without white space and newlines at the ends. When the tool could not
   /// be started, the localized description of the reason.
   std::string output;
-  /// The limit struck. The tool may have done its work all the same, and may be doing it yet.
-  bool timedOut = false;
+  /// The tool was started and not followed to its end, because the limit struck or the system failed. It may
+  /// have done its work all the same, and may be at it yet.
+  bool abandoned = false;
 
   bool operator==(const Result&) const = default;
 };
@@ -44,18 +45,20 @@ struct Limits {
 ///
 /// A step with answers runs on a terminal. When the last line that the tool has written since it was last
 /// answered holds "password" in any case and ends with ":", it is answered: by the first answer whose prompt
-/// stands in the line, else by the first without a prompt, else not at all. At most six times in one run. A
-/// reply that does not fit into the tool's input at once, because the tool does not read, is lost. At the
-/// limit the tool is sent SIGTERM and, if it ignores that, left running.
+/// stands in the line, else by the first without a prompt, else not at all. At most six times in one run, and
+/// without ever waiting for a tool that does not read. At the limit the tool is sent SIGTERM and, if it
+/// ignores that, left running.
 ///
-/// Nothing is started for a reply with a control character other than a tab, which the terminal would take
-/// for a key and not for a part of the password; the result says so.
+/// Nothing is started for a reply that a terminal would not pass on as it is: of more than 1023 bytes, or
+/// with a control character other than a tab, which is a key there and no part of a password. The result says
+/// so.
 ///
 /// A step without answers runs without a terminal, as MaintenanceRunner::execute runs it, and nothing is
 /// masked.
 ///
-/// Never throws, unless memory runs out. The copies that it makes of the replies are overwritten before they
-/// are freed; what the system keeps of them in pipes and terminals is not.
+/// When the system fails while the tool is being followed, the tool is killed. Never throws, unless memory
+/// runs out. The copies that it makes of the replies are overwritten before they are freed; what the system
+/// keeps of them in pipes and terminals is not.
 [[nodiscard]] Result run(const LocalAccountRunner::Step& step, double timeout, const Limits& limits = {});
 
 }  // namespace molvane::PromptedCommand
