@@ -18,11 +18,10 @@ struct Benchmark {
 };
 
 const std::vector<Benchmark>& benchmarks() {
-  static const std::vector<Benchmark> all = {{"child-process", benchChildProcess},
-                                             {"connection", benchConnection},
-                                             {"core", benchCore},
-                                             {"daemon", benchDaemon},
-                                             {"trees", benchTrees}};
+  static const std::vector<Benchmark> all = {
+      {"accounts", benchAccounts},     {"child-process", benchChildProcess},
+      {"connection", benchConnection}, {"core", benchCore},
+      {"daemon", benchDaemon},         {"trees", benchTrees}};
   return all;
 }
 

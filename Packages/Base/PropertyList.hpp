@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -75,5 +76,12 @@ inline constexpr std::size_t kMaximumPropertyListDepth = 512;
 /// document asks for. The old text format is not read.
 [[nodiscard]] std::optional<PropertyList> parsePropertyList(
     std::string_view bytes, std::size_t maximumSize = kMaximumPropertyListSize);
+
+/// Reads a property list that is an array and hands over its elements in order, so that those of a long one
+/// need not be in memory at once. False when `bytes` are no property list, as above, or one of something
+/// else: elements may have been handed over before that shows. What `onElement` throws leaves this function.
+[[nodiscard]] bool readPropertyListArray(std::string_view bytes,
+                                         const std::function<void(PropertyList)>& onElement,
+                                         std::size_t maximumSize = kMaximumPropertyListSize);
 
 }  // namespace molvane

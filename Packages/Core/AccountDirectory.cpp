@@ -18,24 +18,30 @@ constexpr std::size_t kLongestListing = std::size_t{20} << 20U;
 
 using Names = std::unordered_set<std::string>;
 
-/// The strings of an attribute; none when it is absent or is anything but strings.
-std::vector<const std::string*> strings(const PropertyList& record, std::string_view attribute) {
+/// The strings of an attribute; nullptr when it is absent, empty or holds anything but strings.
+const PropertyList::Array* strings(const PropertyList& record, std::string_view attribute) {
   const PropertyList* value = record.find(attribute);
   const auto* elements = value != nullptr ? value->as<PropertyList::Array>() : nullptr;
-  std::vector<const std::string*> found;
-  if (elements == nullptr) return found;
-  found.reserve(elements->size());
-  for (const PropertyList& element : *elements) {
-    const auto* text = element.as<std::string>();
-    if (text == nullptr) return {};
-    found.push_back(text);
-  }
-  return found;
+  if (elements == nullptr || elements->empty()) return nullptr;
+  const auto isString = [](const PropertyList& element) { return element.as<std::string>() != nullptr; };
+  return std::all_of(elements->begin(), elements->end(), isString) ? elements : nullptr;
 }
 
 const std::string* firstString(const PropertyList& record, std::string_view attribute) {
-  const std::vector<const std::string*> found = strings(record, attribute);
-  return found.empty() ? nullptr : found.front();
+  const PropertyList::Array* found = strings(record, attribute);
+  return found == nullptr ? nullptr : found->front().as<std::string>();
+}
+
+/// What the strings of an attribute say together, joined by blanks.
+std::string joined(const PropertyList& record, std::string_view attribute) {
+  std::string text;
+  const PropertyList::Array* parts = strings(record, attribute);
+  if (parts == nullptr) return text;
+  for (const PropertyList& part : *parts) {
+    text += *part.as<std::string>();
+    text += ' ';
+  }
+  return text;
 }
 
 /// Decimal with an optional sign.
@@ -57,9 +63,9 @@ Names namesOfAdmins(std::string_view admins) {
   Names names;
   const std::optional<PropertyList> group = parsePropertyList(admins, kLongestListing);
   if (!group) return names;
-  for (const std::string* name : strings(*group, "dsAttrTypeStandard:GroupMembership")) {
-    names.insert(canonicalForm(*name));
-  }
+  const PropertyList::Array* members = strings(*group, "dsAttrTypeStandard:GroupMembership");
+  if (members == nullptr) return names;
+  for (const PropertyList& member : *members) names.insert(canonicalForm(*member.as<std::string>()));
   return names;
 }
 
@@ -71,11 +77,7 @@ std::optional<LocalAccount> account(const PropertyList& record, const Names& adm
   if (!uid || *uid < LocalAccountPolicy::firstUserID) return std::nullopt;
 
   const std::string* fullName = firstString(record, "dsAttrTypeStandard:RealName");
-  std::string authority;
-  for (const std::string* part : strings(record, "dsAttrTypeStandard:AuthenticationAuthority")) {
-    authority += *part;
-    authority += ' ';
-  }
+  const std::string authority = joined(record, "dsAttrTypeStandard:AuthenticationAuthority");
   return LocalAccount{.name = *name,
                       .fullName = fullName != nullptr ? *fullName : *name,
                       .uid = *uid,
@@ -102,14 +104,13 @@ MaintenanceTask::Command fileVaultCommand() { return {"/usr/bin/fdesetup", {"isa
 std::vector<LocalAccount> accounts(std::string_view users, std::string_view admins) {
   const Names adminNames = namesOfAdmins(admins);
   std::vector<LocalAccount> found;
-  const std::optional<PropertyList> listing = parsePropertyList(users, kLongestListing);
-  const auto* records = listing ? listing->as<PropertyList::Array>() : nullptr;
-  if (records == nullptr) return found;
-  for (const PropertyList& record : *records) {
-    // One that is no record makes the listing something else.
-    if (record.as<PropertyList::Dictionary>() == nullptr) return {};
+  bool onlyRecords = true;
+  const auto take = [&](const PropertyList& record) {
+    onlyRecords = onlyRecords && record.as<PropertyList::Dictionary>() != nullptr;
     if (std::optional<LocalAccount> one = account(record, adminNames)) found.push_back(*std::move(one));
-  }
+  };
+  // One that is no record makes the listing something else.
+  if (!readPropertyListArray(users, take, kLongestListing) || !onlyRecords) return {};
   std::stable_sort(found.begin(), found.end(),
                    [](const LocalAccount& a, const LocalAccount& b) { return a.uid < b.uid; });
   return found;

@@ -147,8 +147,9 @@ TEST_F(AccountFaults, ToolThatHangsIsEndedAtTheLimit) {
   EXPECT_EQ(failureOf(call.get()), "I am hanging.");
   EXPECT_TRUE(other.get().snapshot);
   EXPECT_FALSE(accountExists("hangs"));
-  EXPECT_TRUE(eventually([] { return run({"/usr/bin/pgrep", "-f", "sleep infinity"}).status == 1; }))
-      << "the tool was left behind";
+  EXPECT_TRUE(eventually([] {
+    return run({"/usr/bin/pgrep", "-f", "sleep infinity"}).status == 1;
+  })) << "the tool was left behind";
 }
 
 TEST_F(AccountFaults, ListingFails) {

@@ -64,26 +64,27 @@ std::string nameOf(const testing::TestParamInfo<Crash>& info) {
 
 class CompanyAdminCrash : public AccountFixture, public testing::WithParamInterface<Crash> {
  protected:
+  /// Makes a call and kills the helper at the moment.
+  void killDuring(const std::function<void()>& call, HeldTool& tool, int nth) {
+    const auto cutOff = std::async(std::launch::async, [&] {
+      EXPECT_THROW(call(), std::runtime_error) << "the helper answered before it was killed";
+    });
+    tool.waitUntilHeld();
+    for (int i = 1; i < nth; ++i) {
+      HeldTool::letGo();
+      tool.waitUntilHeld();
+    }
+    endHelper();
+    cutOff.wait();
+    tool.forget();
+  }
+
   /// Applies the configuration and kills the helper at the moment; then asks the next helper, which must not
   /// hand out what does not work; then applies once more, after which all must be well.
   void crash() {
     const auto& [moment, fate] = GetParam();
     HeldTool tool(moment.tool, moment.directives + std::string("\n"));
-    auto call = std::async(std::launch::async, [this] {
-      try {
-        return applyCompanyAdmin(companyConfig());
-      } catch (const std::runtime_error&) {
-        return json("cut off");
-      }
-    });
-    tool.waitUntilHeld();
-    for (int i = 1; i < moment.nth; ++i) {
-      HeldTool::letGo();
-      tool.waitUntilHeld();
-    }
-    endHelper();
-    EXPECT_EQ(call.get(), "cut off");
-    tool.forget();
+    killDuring([this] { applyCompanyAdmin(companyConfig()); }, tool, moment.nth);
     switch (fate) {
       case Tool::kDiesToo:
         tool.killTool();
@@ -98,7 +99,10 @@ class CompanyAdminCrash : public AccountFixture, public testing::WithParamInterf
     }
     expectHonest();
     expectHonest();
+    expectWellAfterApply();
+  }
 
+  void expectWellAfterApply() {
     const json status = applyCompanyAdmin(companyConfig());
     EXPECT_EQ(status.at("active"), true) << status;
     EXPECT_FALSE(status.contains("problem")) << status;
@@ -107,6 +111,16 @@ class CompanyAdminCrash : public AccountFixture, public testing::WithParamInterf
     EXPECT_TRUE(isPassword("itadmin", handedOut.password.value_or("")));
     EXPECT_TRUE(isAdministrator("itadmin") && isHidden("itadmin"));
     EXPECT_FALSE(isDisabled("itadmin"));
+  }
+
+  /// There is a company administrator, disabled, whose password is to be replaced.
+  void makeOneThatIsDue() {
+    applyCompanyAdmin(companyConfig());
+    applyCompanyAdmin(companyConfig("itadmin", false));
+    json state = json::parse(readFile(kStateFile));
+    state["rotatedAt"] = "2020-02-02T20:20:20Z";
+    writeFile(kStateFile, state.dump());
+    known_ = true;
   }
 
   /// What is handed out works, or it is said that nothing is known.
@@ -131,15 +145,31 @@ INSTANTIATE_TEST_SUITE_P(At, CompanyAdminCreationCrash, testing::ValuesIn(crashe
 
 class CompanyAdminRotationCrash : public CompanyAdminCrash {};
 TEST_P(CompanyAdminRotationCrash, EndsWell) {
-  applyCompanyAdmin(companyConfig());
-  applyCompanyAdmin(companyConfig("itadmin", false));
-  json state = json::parse(readFile(kStateFile));
-  state["rotatedAt"] = "2020-02-02T20:20:20Z";
-  writeFile(kStateFile, state.dump());
-  known_ = true;
+  makeOneThatIsDue();
   crash();
 }
 INSTANTIATE_TEST_SUITE_P(At, CompanyAdminRotationCrash, testing::ValuesIn(crashes(kRotating)), nameOf);
+
+// Killed again while it finds out which password is in force.
+class CompanyAdminRecoveryCrash : public CompanyAdminCrash {};
+TEST_P(CompanyAdminRecoveryCrash, EndsWell) {
+  makeOneThatIsDue();
+  {
+    HeldTool tool("sysadminctl@itadmin", "at asked hold\n");
+    killDuring([this] { applyCompanyAdmin(companyConfig()); }, tool, 1);
+    tool.killTool();
+  }
+  HeldTool tool(GetParam().moment.tool, GetParam().moment.directives + std::string("\n"));
+  killDuring([this] { companyAdminPassword(); }, tool, 1);
+  tool.killTool();
+  expectHonest();
+  expectWellAfterApply();
+}
+INSTANTIATE_TEST_SUITE_P(At, CompanyAdminRecoveryCrash,
+                         testing::Values(Crash{kRotating[2], Tool::kDiesToo},
+                                         Crash{kRotating[3], Tool::kDiesToo},
+                                         Crash{kRotating[4], Tool::kDiesToo}),
+                         nameOf);
 
 }  // namespace
 }  // namespace molvane::e2e

@@ -13,7 +13,8 @@ namespace molvane::e2e {
 /// the client, so what it sends reaches the helper's dispatcher.
 class RawClient {
  public:
-  /// Connects; throws std::system_error when the kernel refuses. Nothing is waited for longer than `patience`.
+  /// Connects; throws std::system_error when the kernel refuses. Nothing is waited for longer than
+  /// `patience`.
   explicit RawClient(std::chrono::seconds patience = kPatience);
 
   /// The handshake that every D-Bus client makes; throws std::runtime_error when the helper does not go
