@@ -11,6 +11,7 @@
 #   invalid-utf8        prints bytes that are no UTF-8 between "before" and "after"
 #   grandchild SECONDS  leaves a process behind that keeps the output open
 #   ignore-term         is deaf to SIGTERM from here on
+#   ignore-hup          goes on when its terminal is gone
 #   hang                never ends
 #   signal NAME         ends by that signal
 #   exit STATUS         ends with that status
@@ -30,6 +31,7 @@ standin_do() {
     invalid-utf8) printf 'before \xff\xfe\xc0\xaf\xed\xa0\x80 after\n' ;;
     grandchild) (trap '' HUP; exec sleep "$2") & ;;
     ignore-term) trap '' TERM ;;
+    ignore-hup) trap '' HUP ;;
     hang) exec sleep infinity ;;
     signal) kill -s "$2" "$$" ;;
     exit) exit "$2" ;;
