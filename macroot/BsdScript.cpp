@@ -24,6 +24,9 @@
 
 namespace {
 
+// More than a terminal holds.
+constexpr int kMostReadsAfterTheEnd = 64;
+
 struct Session {
   int terminal = -1;
   int transcript = -1;
@@ -73,21 +76,22 @@ bool copyShown(const Session& session) {
   return true;
 }
 
-/// Ends when the command has ended, as on the Mac, where nobody keeps the terminal of a session that is over.
-void copyUntilTheEnd(const Session& session) {
+// A Mac takes the terminal from everybody when the command that leads its session ends. Here processes that
+// the command has left behind keep it, and so the command's end has to be looked for as well.
+void copyUntilTheCommandEnds(const Session& session) {
   const int ended = static_cast<int>(syscall(SYS_pidfd_open, session.command, 0));
   if (ended < 0) fail("pidfd_open");
   std::array<pollfd, 3> polled{
       {{session.terminal, POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}, {ended, POLLIN, 0}}};
-  while (polled[2].revents == 0) {
+  int rest = 0;
+  while (true) {
     if (poll(polled.data(), polled.size(), -1) < 0) {
       if (errno == EINTR) continue;
       fail("poll");
     }
     if (polled[1].revents != 0 && !copyTyped(session)) polled[1].fd = -1;
+    if (polled[2].revents != 0 && (polled[0].revents == 0 || ++rest > kMostReadsAfterTheEnd)) return;
     if (polled[0].revents != 0 && !copyShown(session)) return;
-  }
-  while (poll(polled.data(), 1, 0) > 0 && copyShown(session)) {
   }
 }
 
@@ -126,7 +130,7 @@ int main(int argc, char** argv) {
     execvp(command[0], command);
     fail(command[0]);
   }
-  copyUntilTheEnd(session);
+  copyUntilTheCommandEnds(session);
   const int status = endOf(session.command);
   if (!quiet) writeAll(STDOUT_FILENO, std::string("\nScript done, output file is ") + file + "\n");
   return status;

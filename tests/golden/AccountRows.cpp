@@ -3,6 +3,7 @@
 #include "Core/AccountDirectory.hpp"
 #include "Core/LocalAccounts.hpp"
 #include "GoldenRows.hpp"
+#include "HelperKit/Accounts/CompanyAdminKeeper.hpp"
 
 namespace molvane::golden {
 namespace {
@@ -11,6 +12,9 @@ TEST(GoldenJson, LocalAccountOperation) { checkJsonRows<LocalAccountOperation>("
 TEST(GoldenJson, LocalAccountsSnapshot) { checkJsonRows<LocalAccountsSnapshot>("LocalAccountsSnapshot"); }
 TEST(GoldenJson, CompanyAdminConfig) { checkJsonRows<CompanyAdminConfig>("CompanyAdminConfig"); }
 TEST(GoldenJson, CompanyAdminStatus) { checkJsonRows<CompanyAdminStatus>("CompanyAdminStatus"); }
+TEST(GoldenJson, CompanyAdminKeeperState) {
+  checkJsonRows<CompanyAdminKeeper::State>("CompanyAdminKeeper.State");
+}
 
 TEST(Golden, Accounts) {
   checkRows("accounts.jsonl", [](Row& row) {

@@ -43,7 +43,7 @@ std::string textOfCurrentException() {
 
 LocalAccountsSnapshot HelperService::changeAccount(const LocalAccountOperation& operation) {
   const MutexLock lock(accountChanges_);
-  return LocalAccountRunner::perform(operation, companyAdminName());
+  return LocalAccountRunner::perform(operation, companyAdmin_->managedName());
 }
 
 void HelperService::manageLocalAccount(

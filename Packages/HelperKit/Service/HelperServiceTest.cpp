@@ -73,7 +73,8 @@ class HelperServiceTest : public ::testing::Test {
   TemporaryFolder scratch_;
   std::shared_ptr<MolvaneHelperXPCProtocol> helper_ = std::make_shared<PeerScopedHelper>(
       std::make_shared<HelperService>(HelperPathPolicy::fixtureAllowlist(scratch_.path() + "/root"),
-                                      HelperPathPolicy::defaultDeniedBasenames()),
+                                      HelperPathPolicy::defaultDeniedBasenames(),
+                                      std::make_unique<CompanyAdminKeeper>(scratch_.path() + "/state")),
       501);
 };
 
