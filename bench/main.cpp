@@ -21,7 +21,8 @@ const std::vector<Benchmark>& benchmarks() {
   static const std::vector<Benchmark> all = {
       {"accounts", benchAccounts},     {"child-process", benchChildProcess},
       {"connection", benchConnection}, {"core", benchCore},
-      {"daemon", benchDaemon},         {"trees", benchTrees}};
+      {"daemon", benchDaemon},         {"prompts", benchPrompts},
+                                             {"trees", benchTrees}};
   return all;
 }
 
