@@ -141,7 +141,7 @@ TEST_F(SafeFile, ClearsUpAfterWritersThatWereKilled) {
   removeAbandonedTemporaries(folder, "a");
   EXPECT_THAT(namesIn(temporary.path()),
               ::testing::ElementsAre(".a.ABCDEFGHIJ23", ".a.short", ".a.zzzzzzzzzzzz", ".b.abcdefghij23", "a",
-                                   "a.abcdefghij23"));
+                                     "a.abcdefghij23"));
 }
 
 TEST_F(SafeFile, SetsFilesAsideUnderNamesOfTheirOwn) {
