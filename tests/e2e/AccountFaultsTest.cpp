@@ -174,7 +174,7 @@ TEST_F(AccountFaults, ListingFails) {
 
 TEST_F(AccountFaults, AccountsThatCannotBeReadBackProveNothing) {
   HeldTool removal("sysadminctl", "hold\n");
-  auto reply = std::async(std::launch::async, [] { return manage({{"delete", {{"name", "bob"}}}}); });
+  auto reply = std::async(std::launch::async, [this] { return manage({{"delete", {{"name", "bob"}}}}); });
   removal.waitUntilHeld();
   const ToolBehaviour broken("dscl@-readall", "exit 1\n");
   HeldTool::letGo();
