@@ -222,6 +222,7 @@ TEST_F(CompanyAdmin, FullDiskLosesNoPassword) {
     HeldTool tool("sysadminctl@itadmin", "at changed hold\n");
     auto call = std::async(std::launch::async, [this] { return applyCompanyAdmin(companyConfig()); });
     tool.waitUntilHeld();
+    tool.forget();
     fill();
     HeldTool::letGo();
     status = call.get();
