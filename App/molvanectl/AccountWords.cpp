@@ -18,7 +18,7 @@ const AccountAdminProof* proofOf(const LocalAccountOperation& operation) {
   return reset != nullptr && reset->fileVault ? &*reset->fileVault : nullptr;
 }
 
-std::string refusalSentence(LocalAccountFailure failure, const LocalAccountOperation& operation) {
+std::string refusalSentence(const LocalAccountFailure& failure, const LocalAccountOperation& operation) {
   const std::string& name = operation.name();
   switch (failure.which()) {
     case LocalAccountFailure::invalidName:

@@ -108,7 +108,7 @@ std::optional<std::string> ask(int terminal, const std::string& prompt) {
     }
     screen.write("\n");
   }
-  if (signal != 0) raise(signal);
+  if (signal != 0) static_cast<void>(raise(signal));
   return line;
 }
 

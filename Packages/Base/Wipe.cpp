@@ -1,14 +1,21 @@
 #include "Base/Wipe.hpp"
 
-#include <openssl/crypto.h>
+#include <cstring>
 
 namespace molvane {
+
+namespace {
+
+// Through a pointer that may change, so that the compiler cannot leave the call out.
+void* (*const volatile overwrite)(void*, int, std::size_t) = std::memset;
+
+}  // namespace
 
 void wipe(std::string& secret) noexcept {
   // All of the buffer: a text that became shorter leaves its end behind. Growing to the capacity cannot
   // throw.
   secret.resize(secret.capacity());
-  OPENSSL_cleanse(secret.data(), secret.size());
+  overwrite(secret.data(), 0, secret.size());
   secret.clear();
 }
 

@@ -162,11 +162,26 @@ TEST_F(AccountFaults, ListingFails) {
   {
     const ToolBehaviour broken("dscl@_Groups_admin", "exit 1\n");
     EXPECT_EQ(manage(withProof(create("carol", "correct horse"), "ann", kAnnsPassword)).text, "bad-admin");
+    // A list without its administrators would let the last of them go.
+    EXPECT_EQ(manage({{"delete", {{"name", "bob"}}}}).text, "not-found");
+    EXPECT_TRUE(accountExists("bob"));
   }
   const ToolBehaviour fails("fdesetup", "exit 2\n");
   const AccountReply reply = manage(create("carol", "correct horse"));
   ASSERT_TRUE(reply.snapshot) << testing::PrintToString(reply);
   EXPECT_EQ(reply.snapshot->at("fileVault"), false);
+}
+
+TEST_F(AccountFaults, AccountsThatCannotBeReadBackProveNothing) {
+  HeldTool removal("sysadminctl", "hold\n");
+  auto reply = std::async(std::launch::async, [this] { return manage({{"delete", {{"name", "bob"}}}}); });
+  removal.waitUntilHeld();
+  const ToolBehaviour broken("dscl@-readall", "exit 1\n");
+  HeldTool::letGo();
+  const AccountReply answered = reply.get();
+  EXPECT_FALSE(answered.snapshot);
+  EXPECT_EQ(answered.text, "Error: the accounts could not be read back");
+  EXPECT_FALSE(accountExists("bob"));
 }
 
 TEST_F(AccountFaults, OperationsAndAnApplyAtOnce) {

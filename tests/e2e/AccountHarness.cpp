@@ -266,22 +266,29 @@ bool isHidden(const std::string& name) {
 }
 bool isDisabled(const std::string& name) { return shadowHash(name).rfind('!', 0) == 0; }
 
+namespace {
+
+/// Fails until a tool has its end open.
+bool releases() {
+  return FileDescriptor(open("/run/macroot/hold", O_WRONLY | O_NONBLOCK | O_CLOEXEC)).get() >= 0;
+}
+
+}  // namespace
+
 HeldTool::HeldTool(const std::string& tool, const std::string& directives)
     : name_(tool.substr(0, tool.find('@'))), log_(kToolLog), behaviour_(std::in_place, tool, directives) {}
 
 void HeldTool::waitUntilHeld() { log_.waitFor("holding " + name_); }
 
 void HeldTool::letGo() {
-  // Fails until the tool has its end open.
-  if (!eventually([] {
-        return FileDescriptor(open("/run/macroot/hold", O_WRONLY | O_NONBLOCK | O_CLOEXEC)).get() >= 0;
-      })) {
-    throw std::runtime_error("no tool holds");
-  }
+  if (!eventually(releases)) throw std::runtime_error("no tool holds");
 }
 
 void HeldTool::letFinish() {
-  letGo();
+  // The tool of a helper that was killed may lose its terminal, and end by itself.
+  if (!eventually([this] { return releases() || processes().empty(); })) {
+    throw std::runtime_error("no tool holds");
+  }
   if (!eventually([this] { return processes().empty(); })) throw std::runtime_error("a tool does not end");
 }
 

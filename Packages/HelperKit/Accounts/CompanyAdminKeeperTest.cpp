@@ -154,7 +154,7 @@ TEST_F(CompanyAdminKeeperTest, AFailedToolLeavesTheOldPasswordKnown) {
   for (const auto& [fault, problem] : faults) {
     now.secondsSinceReference += 7 * kDay;
     const std::string before = working();
-    table_.fault = [&](const std::string& call) {
+    table_.fault = [fault = fault](const std::string& call) {
       return call.starts_with("sysadminctl") ? std::optional(fault) : std::nullopt;
     };
     EXPECT_EQ(apply(wanted(), now).problem, problem);

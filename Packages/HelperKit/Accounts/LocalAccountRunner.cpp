@@ -29,15 +29,26 @@ MaintenanceRunner::Execution listing(const MaintenanceTask::Command& command) {
   }
 }
 
-std::vector<LocalAccount> listedAccounts() {
+/// All of the accounts, or nothing when the directory did not answer: a list without its administrators would
+/// let the last of them go.
+std::optional<std::vector<LocalAccount>> listedAccounts() {
   const auto users = listing(AccountDirectory::usersCommand());
   const auto admins = listing(AccountDirectory::adminsCommand());
+  if (users.status != 0 || admins.status != 0) return std::nullopt;
   try {
     return accounts(users.output, admins.output);
   } catch (const std::exception& error) {
     logLine("MolvaneHelper: account list: " + std::string(error.what()));
-    return {};
+    return std::nullopt;
   }
+}
+
+LocalAccountsSnapshot snapshotOf(std::vector<LocalAccount> accounts) {
+  LocalAccountsSnapshot found;
+  found.accounts = std::move(accounts);
+  found.fileVault = listing(AccountDirectory::fileVaultCommand()).status == 0;
+  found.loggedIn = consoleUser();
+  return found;
 }
 
 Step::Answer newPassword(const std::string& password) { return {.prompt = std::nullopt, .reply = password}; }
@@ -123,11 +134,7 @@ std::string descriptionOf(const std::string& log) {
 Failure::Failure(std::string log) : log_(std::move(log)), description_(descriptionOf(log_)) {}
 
 LocalAccountsSnapshot snapshot() {
-  LocalAccountsSnapshot found;
-  found.accounts = listedAccounts();
-  found.fileVault = listing(AccountDirectory::fileVaultCommand()).status == 0;
-  found.loggedIn = consoleUser();
-  return found;
+  return snapshotOf(listedAccounts().value_or(std::vector<LocalAccount>()));
 }
 
 std::optional<std::string> consoleUser() {
@@ -159,7 +166,9 @@ LocalAccountsSnapshot perform(const LocalAccountOperation& operation,
     // The tools report some failures in words alone.
     if (result.status != 0 || result.output.find("Error:") != std::string::npos) throw Failure(log);
   }
-  LocalAccountsSnapshot after = snapshot();
+  std::optional<std::vector<LocalAccount>> listed = listedAccounts();
+  if (!listed) throw Failure(log + "\nError: the accounts could not be read back");
+  LocalAccountsSnapshot after = snapshotOf(*std::move(listed));
   if (!achieved(operation, after)) throw Failure(log);
   return after;
 }

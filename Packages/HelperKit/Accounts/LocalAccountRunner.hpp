@@ -17,7 +17,8 @@ namespace molvane::LocalAccountRunner {
 /// The tools ran, and something went wrong; part of the change may have been made.
 class Failure final : public std::exception {
  public:
-  /// `log` holds the outputs of all steps that ran, each behind a line feed.
+  /// `log` holds the outputs of all steps that ran, each behind a line feed; and a line of ours when the
+  /// accounts could not be read back.
   explicit Failure(std::string log);
 
   [[nodiscard]] const std::string& log() const noexcept { return log_; }
@@ -30,8 +31,9 @@ class Failure final : public std::exception {
   std::string description_;
 };
 
-/// The accounts as they are now, without `companyAdmin`. Does not throw for what a tool does: one that fails
-/// or takes longer than 30 seconds gives no accounts, no administrators or no FileVault.
+/// The accounts as they are now, without `companyAdmin`. Does not throw for what a tool does: when one that
+/// lists accounts or administrators fails or takes longer than 30 seconds there are no accounts, when the one
+/// for FileVault does it is off.
 [[nodiscard]] LocalAccountsSnapshot snapshot();
 
 /// The accounts that two property lists of the directory describe: all users' records, and the record of the

@@ -90,7 +90,8 @@ class HelperService final : public MolvaneHelperXPCProtocol {
   const PathAllowlist allowlist_;
   const std::set<std::string> deniedBasenames_;
   /// Held while the tools run: two changes that are each allowed could together take the last administrator
-  /// away. Taken before any other lock.
+  /// away, and an account that is being created must not be taken for the company administrator's. Taken
+  /// before any other lock.
   Mutex accountChanges_;
   const std::unique_ptr<CompanyAdminKeeper> companyAdmin_;
 };

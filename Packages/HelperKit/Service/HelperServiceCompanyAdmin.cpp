@@ -24,7 +24,9 @@ void HelperService::applyCompanyAdmin(const Data& configuration,
                                       const Reply<std::optional<Data>, OptionalError>& reply) {
   std::string status;
   try {
-    status = encodedJson(companyAdmin_->apply(decoded(configuration), Date::now()));
+    const CompanyAdminConfig config = decoded(configuration);
+    const MutexLock lock(accountChanges_);
+    status = encodedJson(companyAdmin_->apply(config, Date::now()));
   } catch (...) {
     return reply(std::nullopt, replyErrorOfCurrentException());
   }

@@ -277,5 +277,41 @@ TEST_F(HelperServiceTest, AnswersPongAndSaysWhatIsNotThere) {
   EXPECT_EQ(unknown, error(8, "Unknown job: x"));
 }
 
+TEST_F(HelperServiceTest, AnswersForTheCompanyAdministrator) {
+  const auto apply = [&](const std::string& document) {
+    std::pair<std::string, OptionalError> answer;
+    helper().applyCompanyAdmin(Data(document.begin(), document.end()),
+                               [&](const std::optional<Data>& status, const OptionalError& failure) {
+                                 if (status) answer.first.assign(status->begin(), status->end());
+                                 answer.second = failure;
+                               });
+    return answer;
+  };
+  for (const std::string document : {"", "{}", "[]", R"({"enabled":true,"name":"itadmin"})"}) {
+    EXPECT_EQ(apply(document).second, error(7, "Bad device job: company admin")) << document;
+  }
+  const CompanyAdminConfig refused{true, "root", "", 7, {}};
+  const auto [status, failure] = apply(encodedJson(refused));
+  EXPECT_EQ(failure, std::nullopt);
+  EXPECT_EQ(decodedJson<CompanyAdminStatus>(status),
+            (CompanyAdminStatus{refused, false, std::nullopt, "invalid-name"}));
+
+  using Text = std::optional<std::string>;
+  std::tuple<Text, Text, OptionalError> handedOut;
+  const auto keep = [&](const Text& name, const Text& password, const OptionalError& without) {
+    handedOut = {name, password, without};
+  };
+  helper().companyAdminPassword(keep);
+  EXPECT_EQ(handedOut, std::make_tuple(Text(), Text(), OptionalError()));
+  CompanyAdminFiles(scratch_.path() + "/state").saveState({"itadmin", "s3cret", {}});
+  helper().companyAdminPassword(keep);
+  EXPECT_EQ(handedOut, std::make_tuple(Text("itadmin"), Text("s3cret"), OptionalError()));
+  CompanyAdminFiles(scratch_.path() + "/state").savePending({"itadmin", "other", {}});
+  helper().companyAdminPassword(keep);
+  EXPECT_EQ(std::get<0>(handedOut), std::nullopt);
+  EXPECT_NE(std::get<2>(handedOut).value_or(NSError{}).localizedDescription.find("is not known: "),
+            std::string::npos);
+}
+
 }  // namespace
 }  // namespace molvane
