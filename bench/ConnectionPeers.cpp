@@ -54,7 +54,8 @@ class HelperServer final : public ListenerDelegate {
 
  private:
   std::shared_ptr<HelperService> service_ = std::make_shared<HelperService>(
-      HelperPathPolicy::fixtureAllowlist("/nonexistent"), std::set<std::string>{});
+      HelperPathPolicy::fixtureAllowlist("/nonexistent"), std::set<std::string>{},
+      std::make_unique<CompanyAdminKeeper>("/nonexistent"));
   TrustingCodeSigning codeSigning_;
   dbus::SocketListener listener_;
 };

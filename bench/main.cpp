@@ -18,10 +18,12 @@ struct Benchmark {
 };
 
 const std::vector<Benchmark>& benchmarks() {
-  static const std::vector<Benchmark> all = {{"child-process", benchChildProcess},
+  static const std::vector<Benchmark> all = {{"accounts", benchAccounts},
+                                             {"child-process", benchChildProcess},
                                              {"connection", benchConnection},
                                              {"core", benchCore},
                                              {"daemon", benchDaemon},
+                                             {"prompts", benchPrompts},
                                              {"trees", benchTrees}};
   return all;
 }

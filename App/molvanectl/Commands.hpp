@@ -10,6 +10,8 @@ CommandGroup pingCommands();
 CommandGroup pathCommands();
 CommandGroup taskCommands();
 CommandGroup deviceCommands();
+CommandGroup accountCommands();
+CommandGroup companyAdminCommands();
 CommandGroup pasteCommands();
 CommandGroup scheduleCommands();
 

@@ -17,8 +17,11 @@ constexpr double kMaintenanceTimeout = 3600;  // seconds, for each command
 
 }  // namespace
 
-HelperService::HelperService(PathAllowlist allowlist, std::set<std::string> deniedBasenames)
-    : allowlist_(std::move(allowlist)), deniedBasenames_(std::move(deniedBasenames)) {}
+HelperService::HelperService(PathAllowlist allowlist, std::set<std::string> deniedBasenames,
+                             std::unique_ptr<CompanyAdminKeeper> companyAdmin)
+    : allowlist_(std::move(allowlist)),
+      deniedBasenames_(std::move(deniedBasenames)),
+      companyAdmin_(std::move(companyAdmin)) {}
 
 void HelperService::ping(const Reply<std::string>& reply) { reply("pong"); }
 
