@@ -9,6 +9,7 @@ The file /etc/macroot/disks/NAME says how, and is looked at before every request
   lie SECTOR             what is written to this sector is taken and kept, but with its first byte changed
   hold-reads SECTOR      reads that reach so far wait until the directive is gone, and what comes after them, too
   hold-writes SECTOR     the same for writes
+  slow MILLISECONDS      every read and write takes that long
   gone                   every request fails
 
 A directive of another name makes every request fail, so that a misspelt one shows.
@@ -32,6 +33,7 @@ class Behaviour:
         self.read_as = None
         self.bad = []
         self.limits = {}
+        self.pause = 0
         self.gone = False
 
     def refresh(self):
@@ -43,12 +45,12 @@ class Behaviour:
                 self.parse()
                 self.read_as = state
         except FileNotFoundError:
-            self.read_as, self.bad, self.limits, self.gone = None, [], {}, False
+            self.read_as, self.bad, self.limits, self.pause, self.gone = None, [], {}, 0, False
         return self
 
     def parse(self):
         """Reads the file."""
-        bad, limits, gone = [], {}, False
+        bad, limits, pause, gone = [], {}, 0, False
         with io.open(self.path, encoding='ascii') as file:
             for line in file:
                 words = line.split()
@@ -58,13 +60,15 @@ class Behaviour:
                     for word in words[1:]:
                         first, _, last = word.partition('-')
                         bad.append((int(first) * SECTOR, (int(last or first) + 1) * SECTOR))
+                elif words[0] == 'slow':
+                    pause = int(words[1]) / 1000
                 elif words[0] in ('fail-writes', 'full', 'lie', 'hold-reads', 'hold-writes'):
                     limits[words[0]] = int(words[1]) * SECTOR
                 else:
                     if words[0] != 'gone':
                         nbdkit.debug(f'unknown directive {words[0]}')
                     gone = True
-        self.bad, self.limits, self.gone = bad, limits, gone
+        self.bad, self.limits, self.pause, self.gone = bad, limits, pause, gone
 
     def reaches(self, directive, end):
         """Whether a request that ends there reaches what the directive names."""
@@ -104,6 +108,8 @@ def settle(disk, hold, end):
         behaviour.refresh()
     if behaviour.gone:
         fail(errno.EIO)
+    if end > 0:
+        time.sleep(behaviour.pause)
     return behaviour
 
 
