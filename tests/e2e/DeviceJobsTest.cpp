@@ -7,6 +7,7 @@
 
 #include "Devices.hpp"
 #include "RawClient.hpp"
+#include "Terminal.hpp"
 
 namespace molvane::e2e {
 namespace {
@@ -90,6 +91,31 @@ TEST_F(DeviceJobs, HelperThatDiesIsToldOf) {
   const Outcome outcome = client.wait();
   EXPECT_EQ(outcome.status, 3) << testing::PrintToString(outcome);
   EXPECT_THAT(outcome.err, testing::HasSubstr("it knows nothing of the job"));
+}
+
+TEST_F(DeviceJobs, PersonAtATerminalIsAskedAndSeesABar) {
+  if (!canFail()) GTEST_SKIP() << "this machine has no nbdkit, nbdfuse or /dev/fuse";
+  const AttachedDisk disk("disk7", 16 * kMiB, {"--faulty"});
+  const std::string image = annsFile("system.img", noise(8 * kMiB));
+  const std::vector<std::string> command = {kClient, "device", "write", image, "disk7"};
+  {
+    Terminal terminal(command, kAnn);
+    terminal.answer(
+        "Everything on disk7 will be lost: it is overwritten with " + image + ".\nType disk7 to go on: ",
+        "disk8");
+    const Outcome outcome = terminal.wait();
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.out, testing::EndsWith("Nothing was done.\n"));
+    EXPECT_TRUE(disk.content() == std::string(16 * kMiB, '\0'));
+  }
+  disk.tell("hold-writes 8192");
+  Terminal terminal(command, kAnn);
+  terminal.answer("to go on: ", "disk7");
+  terminal.waitFor("Copying   [##########..........]  50%  4.19 MB of 8.39 MB");
+  disk.tell("");
+  const Outcome outcome = terminal.wait();
+  EXPECT_EQ(outcome.status, 0) << testing::PrintToString(outcome);
+  EXPECT_THAT(outcome.out, testing::EndsWith("Done. SHA-256 " + sha256(readFile(image)) + "\n"));
 }
 
 TEST_F(DeviceJobs, UnknownJobsAndDocumentsThatAreNone) {
