@@ -9,6 +9,7 @@ std::vector<CommandGroup> allCommands() {
   groups.push_back(pingCommands());
   groups.push_back(pathCommands());
   groups.push_back(taskCommands());
+  groups.push_back(deviceCommands());
   groups.push_back(pasteCommands());
   groups.push_back(scheduleCommands());
   return groups;

@@ -9,6 +9,7 @@ namespace molvane::ctl {
 CommandGroup pingCommands();
 CommandGroup pathCommands();
 CommandGroup taskCommands();
+CommandGroup deviceCommands();
 CommandGroup pasteCommands();
 CommandGroup scheduleCommands();
 
