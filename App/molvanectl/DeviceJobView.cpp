@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <utility>
 
 #include "molvanectl/DeviceLogTail.hpp"
 #include "molvanectl/DeviceProgress.hpp"
@@ -11,6 +12,7 @@ namespace {
 
 using Phase = DeviceJobStatus::Phase;
 
+constexpr std::size_t kNarrowestWithEcho = 20;
 constexpr int kPercentsALine = 10;
 constexpr std::chrono::seconds kLongestSilence{60};
 
@@ -115,8 +117,7 @@ class BarView final : public TextView {
     showLog(status, words);
     if (status.isTerminal()) return clear();
     progress_.update(status, now);
-    const std::string line =
-        progressLine(phaseWord(status, words), progress_, console().columns(), lastTurn());
+    const std::string line = progressLine(phaseWord(status, words), progress_, width(), lastTurn());
     // Not drawn again for nothing: who has gone back in the terminal to read is not called away from it.
     if (line == drawn_) return;
     output().redraw(line);
@@ -129,6 +130,12 @@ class BarView final : public TextView {
   void clear() {
     if (std::exchange(drawn_, {}).empty()) return;
     output().redraw({});
+  }
+
+  /// The terminal's width, less the "^C" that it adds by itself, which must not break the line.
+  [[nodiscard]] std::size_t width() const {
+    const std::size_t columns = console().columns();
+    return columns > kNarrowestWithEcho ? columns - 2 : columns;
   }
 
   /// Of a line that a tool draws over itself, what it would show now.

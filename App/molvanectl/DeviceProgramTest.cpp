@@ -52,6 +52,8 @@ class OnTerminal {
     arguments.push_back(nullptr);
     process_ = ::fork();
     if (process_ != 0) return;
+    // A shell starts what runs in its background with the signal ignored, and this is not to be inherited.
+    static_cast<void>(std::signal(SIGINT, SIG_DFL));
     ::setsid();
     const int own = ::open(name.c_str(), O_RDWR);
     ::ioctl(own, TIOCSCTTY, 0);
@@ -218,10 +220,11 @@ TEST(DeviceProgram, ATerminationSignalCancelsWithoutATerminal) {
 
 TEST(SystemConsole, TakesSignalsAsLongAsAWaiterLives) {
   struct sigaction before {};
+  struct sigaction interruptBefore {};
   struct sigaction after {};
   struct sigaction own {};
   own.sa_handler = SIG_DFL;
-  ASSERT_EQ(::sigaction(SIGINT, &own, nullptr), 0);
+  ASSERT_EQ(::sigaction(SIGINT, &own, &interruptBefore), 0);
   own.sa_handler = SIG_IGN;
   ASSERT_EQ(::sigaction(SIGTERM, &own, &before), 0);
   {
@@ -239,7 +242,7 @@ TEST(SystemConsole, TakesSignalsAsLongAsAWaiterLives) {
   }
   ASSERT_EQ(::sigaction(SIGTERM, &before, &after), 0);
   EXPECT_EQ(after.sa_handler, SIG_IGN);
-  ASSERT_EQ(::sigaction(SIGINT, nullptr, &after), 0);
+  ASSERT_EQ(::sigaction(SIGINT, &interruptBefore, &after), 0);
   EXPECT_EQ(after.sa_handler, SIG_DFL);
 }
 
