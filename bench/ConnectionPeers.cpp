@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "Base/NSError.hpp"
+#include "HelperKit/Devices/DeviceJobRunner.hpp"
 #include "HelperKit/Service/HelperPathPolicy.hpp"
 #include "HelperKit/Service/PeerScopedHelper.hpp"
 #include "HelperProtocol/dbus/Names.hpp"
@@ -54,7 +55,8 @@ class HelperServer final : public ListenerDelegate {
 
  private:
   std::shared_ptr<HelperService> service_ = std::make_shared<HelperService>(
-      HelperPathPolicy::fixtureAllowlist("/nonexistent"), std::set<std::string>{});
+      HelperPathPolicy::fixtureAllowlist("/nonexistent"), std::set<std::string>{},
+      std::make_unique<DeviceJobRunner>([] { return DevicePolicy(); }));
   TrustingCodeSigning codeSigning_;
   dbus::SocketListener listener_;
 };

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "Base/NSError.hpp"
+#include "HelperKit/Devices/DeviceJobRunner.hpp"
 #include "HelperKit/Service/HelperPathPolicy.hpp"
 #include "HelperKit/Service/HelperService.hpp"
 #include "HelperProtocol/HelperIdentity.hpp"
@@ -50,7 +51,8 @@ int helperMain() try {
   ensureTemporaryDirectory();
 
   auto service = std::make_shared<HelperService>(HelperPathPolicy::userSpaceAllowlist(homeDirectory()),
-                                                 HelperPathPolicy::defaultDeniedBasenames());
+                                                 HelperPathPolicy::defaultDeniedBasenames(),
+                                                 std::make_unique<DeviceJobRunner>(makeDevicePolicy));
   RunLoop mainLoop;
   SteadyTimerQueue timers;
   const auto delegate = std::make_shared<HelperXPCListenerDelegate>(

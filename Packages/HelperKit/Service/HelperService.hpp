@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <set>
 #include <string>
 
@@ -10,11 +11,13 @@
 
 namespace molvane {
 
+class DeviceJobRunner;
+
 /// The one service object behind all connections.
 ///
 /// Every protocol method does its work on the calling thread and calls its reply exactly once before it
 /// returns; whatever fails becomes the error of that reply. Methods of different connections run side by
-/// side, so the service keeps no mutable state of its own.
+/// side, so the service keeps no mutable state of its own; the device jobs guard theirs.
 ///
 /// Methods that act for a person take the person's user identifier as `peerUID`. Their protocol forms stand
 /// for the helper process itself and are not reached through a connection: a PeerScopedHelper is what gets
@@ -22,7 +25,10 @@ namespace molvane {
 class HelperService final : public MolvaneHelperXPCProtocol {
  public:
   HelperService() = delete;
-  HelperService(PathAllowlist allowlist, std::set<std::string> deniedBasenames);
+  /// `jobs` must not be null.
+  HelperService(PathAllowlist allowlist, std::set<std::string> deniedBasenames,
+                std::unique_ptr<DeviceJobRunner> jobs);
+  ~HelperService() override;
 
   void ping(const Reply<std::string>& reply) override;
   void removeAllowedItem(const std::string& path, const Reply<bool, OptionalError>& reply) override;
@@ -79,6 +85,7 @@ class HelperService final : public MolvaneHelperXPCProtocol {
 
   const PathAllowlist allowlist_;
   const std::set<std::string> deniedBasenames_;
+  const std::unique_ptr<DeviceJobRunner> jobs_;
 };
 
 }  // namespace molvane

@@ -12,6 +12,7 @@
 #include <string>
 #include <thread>
 
+#include "HelperKit/Devices/DeviceJobRunner.hpp"
 #include "HelperKit/Service/HelperPathPolicy.hpp"
 #include "HelperKit/Service/HelperServiceError.hpp"
 #include "HelperKit/Service/PeerScopedHelper.hpp"
@@ -71,7 +72,8 @@ class HelperServiceTest : public ::testing::Test {
   TemporaryFolder scratch_;
   std::shared_ptr<MolvaneHelperXPCProtocol> helper_ = std::make_shared<PeerScopedHelper>(
       std::make_shared<HelperService>(HelperPathPolicy::fixtureAllowlist(scratch_.path() + "/root"),
-                                      HelperPathPolicy::defaultDeniedBasenames()),
+                                      HelperPathPolicy::defaultDeniedBasenames(),
+                                      std::make_unique<DeviceJobRunner>([] { return DevicePolicy(); })),
       501);
 };
 

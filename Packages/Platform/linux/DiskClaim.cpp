@@ -9,6 +9,7 @@
 
 #include "Base/Mutex.hpp"
 #include "Base/NSError.hpp"
+#include "Platform/FileDescriptor.hpp"
 #include "Platform/Log.hpp"
 #include "Platform/ProcessDirectories.hpp"
 
