@@ -8,6 +8,8 @@ namespace {
 // Into how many parts a stretch is cut that did not read. Each level costs one failed read; a failed read
 // costs a real disk seconds, a good one next to nothing.
 constexpr std::size_t kParts = 8;
+// A stretch of so few blocks is read block by block at once.
+constexpr std::size_t kFewBlocks = 16;
 
 class ChunkRescue {
  public:
@@ -24,7 +26,7 @@ class ChunkRescue {
  private:
   void readParts(std::size_t begin, std::size_t end) {
     const std::size_t blocks = (end - begin + blockSize_ - 1) / blockSize_;
-    const std::size_t part = (blocks + kParts - 1) / kParts * blockSize_;
+    const std::size_t part = blocks <= kFewBlocks ? blockSize_ : (blocks + kParts - 1) / kParts * blockSize_;
     const std::int64_t before = badBlocks_;
     for (std::size_t position = begin; position < end && !isGivenUp_; position += part) {
       const std::size_t partEnd = std::min(position + part, end);

@@ -40,14 +40,14 @@ struct ChunkRead {
 };
 
 /// One pass over an image or a disk: chunk after chunk is read ahead on a thread of its own and hashed on
-/// another, while the caller does with the chunks before what it has to. All chunks reach the caller in order,
-/// and what goes wrong with one after all that came before.
+/// another, while the caller does with the chunks before what it has to. All chunks reach the caller in
+/// order, and what goes wrong with one after all that came before.
 ///
 /// One thread uses an object. The destructor waits for the request that the source is in.
 class ChunkStream {
  public:
-  /// Fills the chunk, of ChunkBuffer::kChunkSize bytes, with what comes next. Called from one thread, one call
-  /// after the other, until it gives no bytes or an error.
+  /// Fills the chunk, of ChunkBuffer::kChunkSize bytes, with what comes next. Called from one thread, one
+  /// call after the other, until it gives no bytes or an error.
   using Source = std::function<ChunkRead(std::span<std::byte> chunk)>;
 
   struct Chunk : ChunkRead {

@@ -41,8 +41,7 @@ DeviceJobRunner::~DeviceJobRunner() {
 std::string DeviceJobRunner::start(const DeviceJobSpec& spec, std::uint32_t peerUID) {
   const std::string id = Uuid::random().text();
   const DevicePolicy policy = makePolicy_();
-  const Planned planned =
-      std::visit([&](const auto& job) { return plan(policy, job, peerUID); }, spec.job);
+  const Planned planned = std::visit([&](const auto& job) { return plan(policy, job, peerUID); }, spec.job);
   DeviceJobStatus queued;
   queued.bytesTotal = planned.bytesTotal;
   table_.add(id, queued);
@@ -75,11 +74,8 @@ DeviceJobRunner::Planned DeviceJobRunner::plan(const DevicePolicy& policy, const
   const DeviceFacts facts = policy.validateTargetDevice(job.targetBSD);
   const DevicePolicy::ImageSource source =
       policy.validateImageSource(job.sourcePath, peerUID, facts.sizeBytes);
-  const WriteWork work{.source = source.path,
-                       .size = source.size,
-                       .facts = facts,
-                       .verify = job.verify,
-                       .peerUID = peerUID};
+  const WriteWork work{
+      .source = source.path, .size = source.size, .facts = facts, .verify = job.verify, .peerUID = peerUID};
   return {source.size, [this, work](DeviceJob& running) { runWrite(running, openDevice_, work); }};
 }
 

@@ -37,8 +37,8 @@ class DeviceJobRunner {
   DeviceJobRunner& operator=(const DeviceJobRunner&) = delete;
 
   /// Validates the job, for the user `peerUID`, and starts it; returns its identifier. Throws
-  /// DevicePolicyError, or std::system_error when there is no policy (see makeDevicePolicy) or no thread to be
-  /// had. Then there is no job.
+  /// DevicePolicyError, or std::system_error when there is no policy (see makeDevicePolicy) or no thread to
+  /// be had. Then there is no job.
   std::string start(const DeviceJobSpec& spec, std::uint32_t peerUID);
 
   /// Nothing for an identifier that no job has.

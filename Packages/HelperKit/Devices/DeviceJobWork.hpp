@@ -25,10 +25,10 @@ using RawDeviceOpener = std::function<std::unique_ptr<RawDevice>(const RawDevice
 
 /// Copies an image onto a disk, byte for byte.
 struct WriteWork {
-  std::string source;      ///< the image file, as it was validated
-  std::int64_t size = 0;   ///< its bytes; what it has grown by since then is not written
-  DeviceFacts facts;       ///< of the disk
-  bool verify = false;     ///< read the disk back and compare
+  std::string source;         ///< the image file, as it was validated
+  std::int64_t size = 0;      ///< its bytes; what it has grown by since then is not written
+  DeviceFacts facts;          ///< of the disk
+  bool verify = false;        ///< read the disk back and compare
   std::uint32_t peerUID = 0;  ///< who asked; must be able to read the image that is opened
 };
 /// Cancelled or failed, the disk keeps what was written to it by then.
@@ -45,14 +45,16 @@ void runImage(DeviceJob& job, const RawDeviceOpener& openDevice, const ImageWork
 
 /// What bounds the work with a tool.
 struct ToolLimits {
-  std::chrono::milliseconds poll{500};            ///< between two looks at whether the job is to stop
-  std::chrono::milliseconds outputAfterExit{5000};  ///< wait for output still in the pipe when the tool has ended
-  std::chrono::milliseconds exitAtEnd{5000};      ///< wait for a tool that was asked to stop when the process ends
-  std::size_t kibibytesKept = 256;                ///< of a tool's output; a last line says that the rest was dropped
+  std::chrono::milliseconds poll{500};  ///< between two looks at whether the job is to stop
+  std::chrono::milliseconds outputAfterExit{
+      5000};  ///< wait for output still in the pipe when the tool has ended
+  std::chrono::milliseconds exitAtEnd{
+      5000};                        ///< wait for a tool that was asked to stop when the process ends
+  std::size_t kibibytesKept = 256;  ///< of a tool's output; a last line says that the rest was dropped
 };
 
-/// Runs an installer's tool over a volume. Its output is logged as it comes. To stop it is to send it SIGTERM,
-/// again and again until it is gone: the job ends with the tool and not before.
+/// Runs an installer's tool over a volume. Its output is logged as it comes. To stop it is to send it
+/// SIGTERM, again and again until it is gone: the job ends with the tool and not before.
 void runInstallMedia(DeviceJob& job, const std::string& tool, const std::string& volume,
                      const ToolLimits& limits = {});
 

@@ -59,14 +59,16 @@ class DeviceToolsTest : public ::testing::Test {
 
 TEST_F(DeviceToolsTest, InstallMediaLogsWhatTheToolWritesAsItComes) {
   EXPECT_EQ(media("echo \"$# $1 $2 $3\"; echo warning >&2; [ -t 0 ] || read line || printf 'no input'"),
-            (DeviceJobStatus{.phase = Phase::finished,
-                             .log = kMediaLine + "3 --volume /Volumes/USB --nointeraction\nwarning\nno inputDone.\n"}));
+            (DeviceJobStatus{
+                .phase = Phase::finished,
+                .log = kMediaLine + "3 --volume /Volumes/USB --nointeraction\nwarning\nno inputDone.\n"}));
   // The tool goes on only when its first words were seen.
   const std::string flag = tools_.path("flag");
   const Thread waiter = onceLogged("Copying: 10%", [&] { std::ofstream{flag}; });
   table_.add("job", {});
-  EXPECT_EQ(media("printf 'Copying: 10%%...'; while [ ! -e " + flag + " ]; do sleep 0.01; done; echo 100%").log,
-            kMediaLine + "Copying: 10%...100%\nDone.\n");
+  EXPECT_EQ(
+      media("printf 'Copying: 10%%...'; while [ ! -e " + flag + " ]; do sleep 0.01; done; echo 100%").log,
+      kMediaLine + "Copying: 10%...100%\nDone.\n");
 }
 
 TEST_F(DeviceToolsTest, InstallMediaFailsWithTheToolsStatus) {
@@ -100,7 +102,8 @@ TEST_F(DeviceToolsTest, CancellingInstallMediaEndsTheTool) {
   for (const std::string ending : {"exit 0", "kill -TERM $$; exit 1"}) {
     DeviceJobTable fresh;
     Thread canceller = onceLogged("ready", [this] { EXPECT_TRUE(table_.cancel("job")); });
-    const DeviceJobStatus status = media("trap 'exit 5' TERM; echo ready; while :; do sleep 0.01; done; " + ending);
+    const DeviceJobStatus status =
+        media("trap 'exit 5' TERM; echo ready; while :; do sleep 0.01; done; " + ending);
     EXPECT_EQ(status, (DeviceJobStatus{.phase = Phase::cancelled, .log = kMediaLine + "ready\n"}));
     canceller.join();
     table_.add("job", {});
@@ -110,8 +113,8 @@ TEST_F(DeviceToolsTest, CancellingInstallMediaEndsTheTool) {
 TEST_F(DeviceToolsTest, WaitsForAToolThatIgnoresBeingCancelled) {
   const Thread canceller = onceLogged("ready", [this] { table_.cancel("job"); });
   const DeviceJobStatus status =
-      media("trap 'touch " + tools_.path("asked") + "' TERM; echo ready; while [ ! -e " + tools_.path("asked") +
-            " ]; do sleep 0.01; done; echo finished anyway");
+      media("trap 'touch " + tools_.path("asked") + "' TERM; echo ready; while [ ! -e " +
+            tools_.path("asked") + " ]; do sleep 0.01; done; echo finished anyway");
   EXPECT_EQ(status.phase, Phase::cancelled);
   EXPECT_THAT(status.log, EndsWith("finished anyway\n"));
 }

@@ -110,13 +110,12 @@ class DiskReader {
 
   ChunkRead operator()(std::span<std::byte> chunk) {
     if (offset_ >= total_) return {.badBlocks = badBlocks_};
-    const auto wanted = static_cast<std::size_t>(
-        std::min(total_ - offset_, static_cast<std::int64_t>(chunkSize_)));
+    const auto wanted =
+        static_cast<std::size_t>(std::min(total_ - offset_, static_cast<std::int64_t>(chunkSize_)));
     const std::span<std::byte> bytes = chunk.first(wanted);
     IoResult read = device_.readAt(bytes, offset_);
     if (read.error != 0) {
-      const auto bad =
-          rescueChunk(device_, bytes, offset_, blockSize_, [this] { return job_.isToStop(); });
+      const auto bad = rescueChunk(device_, bytes, offset_, blockSize_, [this] { return job_.isToStop(); });
       if (!bad) return {.error = ECANCELED, .badBlocks = badBlocks_};
       badBlocks_ += *bad;
       read.count = wanted;
@@ -161,10 +160,10 @@ JobEnd copyDisk(DeviceJob& job, RawDevice& device, const DeviceFacts& facts, New
   }
   const std::string digest = hexText(disk.digest());
   if (const int error = image.sync()) return writeFailed(error);
-  return {Phase::finished,
-          "Done. SHA-256 " + digest + "\n" + std::to_string(badBlocks) +
-              " unreadable block(s) zero-filled.\n",
-          digest};
+  return {
+      Phase::finished,
+      "Done. SHA-256 " + digest + "\n" + std::to_string(badBlocks) + " unreadable block(s) zero-filled.\n",
+      digest};
 }
 
 JobEnd imageDisk(DeviceJob& job, const RawDeviceOpener& openDevice, const ImageWork& work) {

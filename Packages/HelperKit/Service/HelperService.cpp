@@ -20,7 +20,9 @@ constexpr double kMaintenanceTimeout = 3600;  // seconds, for each command
 
 HelperService::HelperService(PathAllowlist allowlist, std::set<std::string> deniedBasenames,
                              std::unique_ptr<DeviceJobRunner> jobs)
-    : allowlist_(std::move(allowlist)), deniedBasenames_(std::move(deniedBasenames)), jobs_(std::move(jobs)) {}
+    : allowlist_(std::move(allowlist)),
+      deniedBasenames_(std::move(deniedBasenames)),
+      jobs_(std::move(jobs)) {}
 
 HelperService::~HelperService() = default;
 

@@ -23,8 +23,8 @@ struct ClaimedDisk {
 };
 
 struct ClaimedDisks {
-  // Held while a disk is opened and given back, and that alone: of two jobs that begin and end at once neither
-  // may take the other for a stranger.
+  // Held while a disk is opened and given back, and that alone: of two jobs that begin and end at once
+  // neither may take the other for a stranger.
   Mutex mutex;
   std::map<dev_t, ClaimedDisk> byNumber GUARDED_BY(mutex);
 };

@@ -43,7 +43,8 @@ IoResult result(ssize_t count) {
 
 class LinuxRawDevice final : public RawDevice {
  public:
-  LinuxRawDevice(FileDescriptor device, std::size_t blockSize, bool isCached, std::unique_ptr<DiskClaim> claim)
+  LinuxRawDevice(FileDescriptor device, std::size_t blockSize, bool isCached,
+                 std::unique_ptr<DiskClaim> claim)
       : device_(std::move(device)),
         blockSize_(blockSize),
         isCached_(isCached),

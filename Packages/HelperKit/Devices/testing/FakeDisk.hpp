@@ -58,13 +58,7 @@ struct FakeDisk {
   RawDeviceRequest opened;  ///< the last one
 
   /// Hands out devices on this disk, which must outlive them.
-  [[nodiscard]] RawDeviceOpener opener() {
-    return [this](const RawDeviceRequest& request) -> std::unique_ptr<RawDevice> {
-      opened = request;
-      if (openError != 0) throw std::system_error(openError, std::generic_category());
-      return std::make_unique<Device>(*this);
-    };
-  }
+  [[nodiscard]] RawDeviceOpener opener();
 
   class Device;
 };
@@ -95,7 +89,8 @@ class FakeDisk::Device final : public RawDevice {
     disk_.onRequest(Request::write, offset);
     note(bytes.size());
     const auto end = offset + static_cast<std::int64_t>(bytes.size());
-    if (reinterpret_cast<std::uintptr_t>(bytes.data()) % 512 != 0 || bytes.size() % 512 != 0) return {0, EINVAL};
+    if (reinterpret_cast<std::uintptr_t>(bytes.data()) % 512 != 0 || bytes.size() % 512 != 0)
+      return {0, EINVAL};
     if (end > disk_.writeFailsAt) return {0, disk_.writeError};
     if (end > static_cast<std::int64_t>(disk_.content.size())) return {0, ENOSPC};
     const std::size_t count = std::min(bytes.size(), disk_.mostAtOnce);
@@ -114,5 +109,13 @@ class FakeDisk::Device final : public RawDevice {
 
   FakeDisk& disk_;
 };
+
+inline RawDeviceOpener FakeDisk::opener() {
+  return [this](const RawDeviceRequest& request) {
+    opened = request;
+    if (openError != 0) throw std::system_error(openError, std::generic_category());
+    return std::make_unique<Device>(*this);
+  };
+}
 
 }  // namespace molvane::testing

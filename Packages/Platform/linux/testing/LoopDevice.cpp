@@ -1,0 +1,52 @@
+#include "Platform/linux/testing/LoopDevice.hpp"
+
+#include <fcntl.h>
+#include <linux/loop.h>
+#include <sys/ioctl.h>
+
+#include <cerrno>
+
+#include "Base/NSError.hpp"
+#include "Platform/FileDescriptor.hpp"
+
+namespace molvane::testing {
+namespace {
+
+// Somebody else may take a free device before we do.
+constexpr int kAttempts = 20;
+
+FileDescriptor opened(const std::string& path, int flags) {
+  FileDescriptor file(::open(path.c_str(), flags | O_CLOEXEC));
+  if (!file) throwErrno("open " + path);
+  return file;
+}
+
+}  // namespace
+
+LoopDevice::LoopDevice(const std::string& file) : LoopDevice(file, Options()) {}
+
+LoopDevice::LoopDevice(const std::string& file, Options options) {
+  const int access = options.isReadOnly ? O_RDONLY : O_RDWR;
+  const FileDescriptor control = opened("/dev/loop-control", O_RDWR);
+  const FileDescriptor backing = opened(file, access);
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    const int number = ::ioctl(control.get(), LOOP_CTL_GET_FREE);
+    if (number < 0) throwErrno("a free loop device");
+    path_ = "/dev/loop" + std::to_string(number);
+    const FileDescriptor device = opened(path_, access);
+    loop_config config{};
+    config.fd = static_cast<unsigned>(backing.get());
+    if (options.isDirect) config.info.lo_flags |= LO_FLAGS_DIRECT_IO;
+    if (options.isReadOnly) config.info.lo_flags |= LO_FLAGS_READ_ONLY;
+    if (::ioctl(device.get(), LOOP_CONFIGURE, &config) == 0) return;
+    if (errno != EBUSY) throwErrno("loop device over " + file);
+  }
+  throwErrno("no loop device stays free");
+}
+
+LoopDevice::~LoopDevice() {
+  const FileDescriptor device(::open(path_.c_str(), O_RDONLY | O_CLOEXEC));
+  if (device) ::ioctl(device.get(), LOOP_CLR_FD, 0);
+}
+
+}  // namespace molvane::testing
