@@ -13,6 +13,7 @@ std::vector<Comparison> benchChildProcess();
 std::vector<Comparison> benchConnection();
 std::vector<Comparison> benchCore();
 std::vector<Comparison> benchDaemon();
+std::vector<Comparison> benchDevices();
 std::vector<Comparison> benchTrees();
 
 }  // namespace molvane::bench

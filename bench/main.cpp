@@ -22,6 +22,7 @@ const std::vector<Benchmark>& benchmarks() {
                                              {"connection", benchConnection},
                                              {"core", benchCore},
                                              {"daemon", benchDaemon},
+                                             {"devices", benchDevices},
                                              {"trees", benchTrees}};
   return all;
 }

@@ -7,7 +7,6 @@
 #include <cerrno>
 
 #include "Base/NSError.hpp"
-#include "Platform/FileDescriptor.hpp"
 
 namespace molvane::testing {
 namespace {
@@ -33,20 +32,16 @@ LoopDevice::LoopDevice(const std::string& file, Options options) {
     const int number = ::ioctl(control.get(), LOOP_CTL_GET_FREE);
     if (number < 0) throwErrno("a free loop device");
     path_ = "/dev/loop" + std::to_string(number);
-    const FileDescriptor device = opened(path_, access);
+    device_ = opened(path_, access);
     loop_config config{};
     config.fd = static_cast<unsigned>(backing.get());
+    config.info.lo_flags = LO_FLAGS_AUTOCLEAR;
     if (options.isDirect) config.info.lo_flags |= LO_FLAGS_DIRECT_IO;
     if (options.isReadOnly) config.info.lo_flags |= LO_FLAGS_READ_ONLY;
-    if (::ioctl(device.get(), LOOP_CONFIGURE, &config) == 0) return;
+    if (::ioctl(device_.get(), LOOP_CONFIGURE, &config) == 0) return;
     if (errno != EBUSY) throwErrno("loop device over " + file);
   }
   throwErrno("no loop device stays free");
-}
-
-LoopDevice::~LoopDevice() {
-  const FileDescriptor device(::open(path_.c_str(), O_RDONLY | O_CLOEXEC));
-  if (device) ::ioctl(device.get(), LOOP_CLR_FD, 0);
 }
 
 }  // namespace molvane::testing

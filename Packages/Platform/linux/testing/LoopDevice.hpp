@@ -2,9 +2,11 @@
 
 #include <string>
 
+#include "Platform/FileDescriptor.hpp"
+
 namespace molvane::testing {
 
-/// A loop device over a file, gone when the object goes. Needs root.
+/// A loop device over a file, gone when the object goes, or the process with it. Needs root.
 class LoopDevice {
  public:
   struct Options {
@@ -15,15 +17,12 @@ class LoopDevice {
   /// Throws std::system_error when there is none to be had.
   explicit LoopDevice(const std::string& file);
   LoopDevice(const std::string& file, Options options);
-  ~LoopDevice();
-  LoopDevice(const LoopDevice&) = delete;
-  LoopDevice& operator=(const LoopDevice&) = delete;
-
   /// Of its node, such as "/dev/loop3".
   [[nodiscard]] const std::string& path() const { return path_; }
 
  private:
   std::string path_;
+  FileDescriptor device_;
 };
 
 }  // namespace molvane::testing
