@@ -56,7 +56,8 @@ class HelperServer final : public ListenerDelegate {
  private:
   std::shared_ptr<HelperService> service_ = std::make_shared<HelperService>(
       HelperPathPolicy::fixtureAllowlist("/nonexistent"), std::set<std::string>{},
-      std::make_unique<DeviceJobRunner>([] { return DevicePolicy(); }));
+      std::make_unique<DeviceJobRunner>([] { return DevicePolicy(); }),
+      std::make_unique<CompanyAdminKeeper>("/nonexistent"));
   TrustingCodeSigning codeSigning_;
   dbus::SocketListener listener_;
 };

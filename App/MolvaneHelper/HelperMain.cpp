@@ -12,6 +12,7 @@
 #include <string>
 
 #include "Base/NSError.hpp"
+#include "HelperKit/Accounts/CompanyAdminKeeper.hpp"
 #include "HelperKit/Devices/DeviceJobRunner.hpp"
 #include "HelperKit/Service/HelperPathPolicy.hpp"
 #include "HelperKit/Service/HelperService.hpp"
@@ -50,9 +51,9 @@ int helperMain() try {
   takeKnownSurroundings();
   ensureTemporaryDirectory();
 
-  auto service = std::make_shared<HelperService>(HelperPathPolicy::userSpaceAllowlist(homeDirectory()),
-                                                 HelperPathPolicy::defaultDeniedBasenames(),
-                                                 std::make_unique<DeviceJobRunner>(makeDevicePolicy));
+  auto service = std::make_shared<HelperService>(
+      HelperPathPolicy::userSpaceAllowlist(homeDirectory()), HelperPathPolicy::defaultDeniedBasenames(),
+      std::make_unique<DeviceJobRunner>(makeDevicePolicy), std::make_unique<CompanyAdminKeeper>());
   RunLoop mainLoop;
   SteadyTimerQueue timers;
   const auto delegate = std::make_shared<HelperXPCListenerDelegate>(
@@ -65,8 +66,14 @@ int helperMain() try {
   listener->setDelegate(*delegate);
   listener->resume();
   logLine("MolvaneHelper listening on " + std::string(HelperIdentity::machServiceName));
-
   mainLoop.run();
+
+  // A client that was accepted while the process made up its mind is served. One that still waits is the
+  // service manager's, which starts the helper again for it.
+  for (listener->suspend(); !delegate->isIdle(); listener->suspend()) {
+    listener->resume();
+    mainLoop.run();
+  }
   return EXIT_SUCCESS;
 } catch (const std::exception& error) {
   logLine(std::string("MolvaneHelper: cannot start: ") + error.what());

@@ -9,6 +9,8 @@ namespace molvane::ctl {
 CommandGroup pingCommands();
 CommandGroup pathCommands();
 CommandGroup taskCommands();
+CommandGroup accountCommands();
+CommandGroup companyAdminCommands();
 CommandGroup pasteCommands();
 CommandGroup scheduleCommands();
 

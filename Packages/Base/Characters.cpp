@@ -1,24 +1,21 @@
 #include "Base/Characters.hpp"
 
-#include <unicode/brkiter.h>
-#include <unicode/bytestream.h>
-#include <unicode/normalizer2.h>
-#include <unicode/uchar.h>
-#include <unicode/unistr.h>
-#include <unicode/utext.h>
-
 #include <algorithm>
 #include <memory>
 #include <stdexcept>
 
+#include "Base/UnicodeLibrary.hpp"
 #include "Base/Utf8.hpp"
 
 namespace molvane {
 
 namespace {
 
-void check(UErrorCode status) {
-  if (U_FAILURE(status)) throw std::runtime_error(std::string("Unicode library: ") + u_errorName(status));
+// The library counts in signed 32 bits; a quarter leaves room for what a conversion adds.
+constexpr std::size_t kLongestText = static_cast<std::size_t>(INT32_MAX) / 4;
+
+void checkLength(std::string_view text) {
+  if (text.size() > kLongestText) throw std::runtime_error("Unicode library: text too long");
 }
 
 bool isAscii(std::string_view text) noexcept {
@@ -30,58 +27,105 @@ class BoundaryWalk {
  public:
   explicit BoundaryWalk(std::string_view text) {
     UErrorCode status = U_ZERO_ERROR;
-    iterator_.reset(icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
-    utext_openUTF8(&text_, text.data(), static_cast<std::int64_t>(text.size()), &status);
-    if (iterator_) iterator_->setText(&text_, status);
-    check(status);
+    iterator_.reset(icu_.ubrk_open(UBRK_CHARACTER, "", nullptr, 0, &status));
+    icu_.utext_openUTF8(&text_, text.data(), static_cast<std::int64_t>(text.size()), &status);
+    icu_.ubrk_setUText(iterator_.get(), &text_, &status);
+    icu_.check(status);
   }
   BoundaryWalk(const BoundaryWalk&) = delete;
   BoundaryWalk& operator=(const BoundaryWalk&) = delete;
-  ~BoundaryWalk() { utext_close(&text_); }
+  ~BoundaryWalk() { icu_.utext_close(&text_); }
 
   /// The byte offset of the next boundary; false behind the last one.
   bool next(std::size_t& offset) {
-    const std::int32_t boundary = iterator_->next();
-    if (boundary == icu::BreakIterator::DONE) return false;
+    const std::int32_t boundary = icu_.ubrk_next(iterator_.get());
+    if (boundary == UBRK_DONE) return false;
     offset = static_cast<std::size_t>(boundary);
     return true;
   }
 
  private:
+  struct Closer {
+    void operator()(UBreakIterator* iterator) const { UnicodeLibrary::get().ubrk_close(iterator); }
+  };
+
+  const UnicodeLibrary& icu_ = UnicodeLibrary::get();
   UText text_ = UTEXT_INITIALIZER;
-  std::unique_ptr<icu::BreakIterator> iterator_;
+  std::unique_ptr<UBreakIterator, Closer> iterator_;
 };
 
 template <typename Visit>
 void forEachCharacter(std::string_view text, Visit visit) {
-  // The library counts in signed 32 bits.
-  if (text.size() > static_cast<std::size_t>(INT32_MAX))
-    throw std::runtime_error("Unicode library: text too long");
+  checkLength(text);
   BoundaryWalk walk(text);
   std::size_t start = 0;
   for (std::size_t end = 0; walk.next(end); start = end) visit(text.substr(start, end - start));
 }
 
-const icu::Normalizer2& decomposer() {
-  UErrorCode status = U_ZERO_ERROR;
-  const icu::Normalizer2* normalizer = icu::Normalizer2::getNFDInstance(status);
-  check(status);
-  return *normalizer;
-}
-
-icu::UnicodeString decomposed(const icu::UnicodeString& text) {
-  UErrorCode status = U_ZERO_ERROR;
-  icu::UnicodeString result = decomposer().normalize(text, status);
-  check(status);
-  return result;
-}
-
-icu::UnicodeString unicodeString(std::string_view text) {
-  // Four bytes at most for each of ICU's 32-bit lengths, so that no conversion on the way can overflow one.
-  if (text.size() > static_cast<std::size_t>(INT32_MAX) / 4) {
-    throw std::runtime_error("Unicode library: text too long");
+std::u16string utf16(std::string_view text) {
+  checkLength(text);
+  std::u16string units;
+  units.reserve(text.size());
+  for (const char32_t scalar : Utf8Scalars(text)) {
+    if (U_IS_SUPPLEMENTARY(scalar)) {
+      units += static_cast<char16_t>(U16_LEAD(scalar));
+      units += static_cast<char16_t>(U16_TRAIL(scalar));
+    } else {
+      units += static_cast<char16_t>(scalar);
+    }
   }
-  return icu::UnicodeString::fromUTF8({text.data(), static_cast<std::int32_t>(text.size())});
+  return units;
+}
+
+/// Calls `visit` for each scalar of well-formed UTF-16.
+template <typename Visit>
+void forEachScalar(const std::u16string& units, Visit visit) {
+  for (std::size_t at = 0; at < units.size();) {
+    char32_t scalar = 0;
+    U16_NEXT(units.data(), at, units.size(), scalar);
+    visit(scalar);
+  }
+}
+
+/// What `convert(to, room, status)` makes: the number of units that it needs, written where there is room.
+template <typename Convert>
+std::u16string converted(std::size_t expected, Convert convert) {
+  std::u16string result(expected, u'\0');
+  for (;;) {
+    UErrorCode status = U_ZERO_ERROR;
+    const std::int32_t length = convert(result.data(), static_cast<std::int32_t>(result.size()), &status);
+    const bool tooSmall = status == U_BUFFER_OVERFLOW_ERROR;
+    if (!tooSmall) UnicodeLibrary::get().check(status);
+    result.resize(static_cast<std::size_t>(length));
+    if (!tooSmall) return result;
+  }
+}
+
+std::u16string decomposed(const std::u16string& text) {
+  const UnicodeLibrary& icu = UnicodeLibrary::get();
+  UErrorCode status = U_ZERO_ERROR;
+  const UNormalizer2* decomposer = icu.unorm2_getNFDInstance(&status);
+  icu.check(status);
+  return converted(text.size() + 8, [&](char16_t* to, std::int32_t room, UErrorCode* failure) {
+    return icu.unorm2_normalize(decomposer, text.data(), static_cast<std::int32_t>(text.size()), to, room,
+                                failure);
+  });
+}
+
+std::u16string caseFolded(const std::u16string& text) {
+  return converted(text.size() + 8, [&](char16_t* to, std::int32_t room, UErrorCode* failure) {
+    return UnicodeLibrary::get().u_strFoldCase(to, room, text.data(), static_cast<std::int32_t>(text.size()),
+                                               U_FOLD_CASE_DEFAULT, failure);
+  });
+}
+
+/// In no language's manner, and without anything around it that could make a sigma final.
+std::u16string scalarInLowerCase(std::string_view scalar) {
+  const std::u16string text = utf16(scalar);
+  return converted(8, [&](char16_t* to, std::int32_t room, UErrorCode* failure) {
+    return UnicodeLibrary::get().u_strToLower(to, room, text.data(), static_cast<std::int32_t>(text.size()),
+                                              "", failure);
+  });
 }
 
 }  // namespace
@@ -109,12 +153,12 @@ std::vector<std::string_view> characters(std::string_view text) {
 std::string lowercased(std::string_view text) {
   std::string lower;
   lower.reserve(text.size());
-  for (const char32_t scalar : Utf8Scalars(text)) {
-    if (scalar < 0x80) {
-      lower += static_cast<char>(scalar >= 'A' && scalar <= 'Z' ? scalar + ('a' - 'A') : scalar);
+  const Utf8Scalars scalars(text);
+  for (auto scalar = scalars.begin(); scalar != scalars.end(); ++scalar) {
+    if (*scalar < 0x80) {
+      lower += static_cast<char>(*scalar >= 'A' && *scalar <= 'Z' ? *scalar + ('a' - 'A') : *scalar);
     } else {
-      // One scalar at a time, so that no context can make a sigma final.
-      icu::UnicodeString(static_cast<UChar32>(scalar)).toLower(icu::Locale::getRoot()).toUTF8String(lower);
+      forEachScalar(scalarInLowerCase(scalar.bytes()), [&](char32_t one) { appendUtf8(lower, one); });
     }
   }
   return lower;
@@ -123,17 +167,23 @@ std::string lowercased(std::string_view text) {
 bool canonicallyEqual(std::string_view a, std::string_view b) {
   if (a == b) return true;
   if (isAscii(a) && isAscii(b)) return false;
-  return decomposed(unicodeString(a)) == decomposed(unicodeString(b));
+  return decomposed(utf16(a)) == decomposed(utf16(b));
+}
+
+std::string canonicalForm(std::string_view text) {
+  std::string form;
+  if (isAscii(text)) return form.assign(text);
+  forEachScalar(decomposed(utf16(text)), [&](char32_t scalar) { appendUtf8(form, scalar); });
+  return form;
 }
 
 std::string foldingCaseAndDiacritics(std::string_view text) {
-  // Folding can compose new accents (“ǰ”), so the text is taken apart before and after.
-  const icu::UnicodeString folded = decomposed(decomposed(unicodeString(text)).foldCase(U_FOLD_CASE_DEFAULT));
+  const UnicodeLibrary& icu = UnicodeLibrary::get();
   std::string bare;
-  for (std::int32_t at = 0; at < folded.length(); at = folded.moveIndex32(at, 1)) {
-    const UChar32 scalar = folded.char32At(at);
-    if (u_charType(scalar) != U_NON_SPACING_MARK) appendUtf8(bare, static_cast<char32_t>(scalar));
-  }
+  // Folding can compose new accents (“ǰ”), so the text is taken apart before and after.
+  forEachScalar(decomposed(caseFolded(decomposed(utf16(text)))), [&](char32_t scalar) {
+    if (icu.u_charType(static_cast<UChar32>(scalar)) != U_NON_SPACING_MARK) appendUtf8(bare, scalar);
+  });
   return bare;
 }
 

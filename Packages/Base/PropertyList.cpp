@@ -9,6 +9,11 @@ namespace molvane {
 
 PropertyList PropertyList::dictionary(std::vector<Entry> entries) {
   const auto byKey = [](const Entry& a, const Entry& b) { return a.key < b.key; };
+  const auto notInOrder = [](const Entry& a, const Entry& b) { return a.key >= b.key; };
+  // What a tool prints is in order, mostly.
+  if (std::adjacent_find(entries.begin(), entries.end(), notInOrder) == entries.end()) {
+    return PropertyList(std::move(entries));
+  }
   const auto sameKey = [](const Entry& a, const Entry& b) { return a.key == b.key; };
   // Sorted from the back, so that the last of equal keys comes first and is the one that unique() keeps.
   std::reverse(entries.begin(), entries.end());
@@ -32,12 +37,24 @@ bool isPropertyListDate(Date date) noexcept {
   return date.unixSeconds() >= kFirst && date.unixSeconds() < kEnd;
 }
 
-std::optional<PropertyList> parsePropertyList(std::string_view bytes) {
-  if (bytes.size() > kMaximumPropertyListSize) return std::nullopt;
+std::optional<PropertyList> parsePropertyList(std::string_view bytes, std::size_t maximumSize) {
+  if (bytes.size() > maximumSize) return std::nullopt;
   if (bytes.substr(0, kBinaryPropertyListMagic.size()) == kBinaryPropertyListMagic) {
     return parseBinaryPropertyList(bytes);
   }
-  return parseXmlPropertyList(bytes);
+  return parseXmlPropertyList(bytes, nullptr);
+}
+
+bool readPropertyListArray(std::string_view bytes, const std::function<void(PropertyList)>& onElement,
+                           std::size_t maximumSize) {
+  if (bytes.size() > maximumSize) return false;
+  const bool isBinary = bytes.substr(0, kBinaryPropertyListMagic.size()) == kBinaryPropertyListMagic;
+  const std::optional<PropertyList> list =
+      isBinary ? parseBinaryPropertyList(bytes) : parseXmlPropertyList(bytes, &onElement);
+  const auto* elements = list ? list->as<PropertyList::Array>() : nullptr;
+  if (elements == nullptr) return false;
+  for (const PropertyList& element : *elements) onElement(element);
+  return true;
 }
 
 }  // namespace molvane

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -61,18 +62,26 @@ struct PropertyList::Entry {
 inline PropertyList::PropertyList(Value value) : value_(std::move(value)) {}
 inline bool PropertyList::operator==(const PropertyList& other) const { return value_ == other.value_; }
 
-/// The largest document that is read, in bytes.
+/// The largest document that is read unless the caller knows better, in bytes.
 inline constexpr std::size_t kMaximumPropertyListSize = std::size_t{4} << 20U;
 /// The deepest nesting of arrays and dictionaries that is read.
 inline constexpr std::size_t kMaximumPropertyListDepth = 512;
 
 /// Reads an XML or a binary property list. Nothing when `bytes` are neither, are malformed, or go beyond a
-/// limit: the two above, or some tens of megabytes of values (a small binary document can stand for a huge
-/// one).
+/// limit: `maximumSize` bytes, the depth above, or some tens of megabytes of values (a small binary document
+/// can stand for a huge one).
 ///
 /// Strict: XML must be well formed, hold exactly one value in a `plist` element and define no entities; texts
 /// must be valid Unicode; dates lie in the years 1 to 9999. Opens no file and no connection, whatever the
 /// document asks for. The old text format is not read.
-[[nodiscard]] std::optional<PropertyList> parsePropertyList(std::string_view bytes);
+[[nodiscard]] std::optional<PropertyList> parsePropertyList(
+    std::string_view bytes, std::size_t maximumSize = kMaximumPropertyListSize);
+
+/// Reads a property list that is an array and hands over its elements in order, so that those of a long one
+/// need not be in memory at once. False when `bytes` are no property list, as above, or one of something
+/// else: elements may have been handed over before that shows. What `onElement` throws leaves this function.
+[[nodiscard]] bool readPropertyListArray(std::string_view bytes,
+                                         const std::function<void(PropertyList)>& onElement,
+                                         std::size_t maximumSize = kMaximumPropertyListSize);
 
 }  // namespace molvane

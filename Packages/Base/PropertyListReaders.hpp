@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string_view>
 
@@ -13,8 +14,12 @@ inline constexpr std::string_view kBinaryPropertyListMagic = "bplist00";
 /// Whether `date` lies in the years that a property list can name.
 [[nodiscard]] bool isPropertyListDate(Date date) noexcept;
 
-/// The two halves of parsePropertyList, which has looked at the size.
-[[nodiscard]] std::optional<PropertyList> parseXmlPropertyList(std::string_view bytes);
+using PropertyListHandler = std::function<void(PropertyList)>;
+
+/// The two halves of parsePropertyList, which has looked at the size. With a handler, which must outlive the
+/// call, the elements of an array at the top go to it instead, and an empty array is what is returned.
+[[nodiscard]] std::optional<PropertyList> parseXmlPropertyList(std::string_view bytes,
+                                                               const PropertyListHandler* onElement);
 [[nodiscard]] std::optional<PropertyList> parseBinaryPropertyList(std::string_view bytes);
 
 }  // namespace molvane

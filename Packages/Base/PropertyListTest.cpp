@@ -226,5 +226,30 @@ TEST(PropertyList, SizeIsBounded) {
   EXPECT_FALSE(parsePropertyList(xml("<true/>") + padding));
 }
 
+TEST(PropertyList, AnArrayIsReadElementByElement) {
+  std::vector<PropertyList> elements;
+  const auto read = [&](const std::string& document) {
+    elements.clear();
+    return readPropertyListArray(document, [&](PropertyList one) { elements.push_back(std::move(one)); });
+  };
+  const std::string nested =
+      "<array><array><string>a</string></array><dict><key>k</key><array/></dict></array>";
+  EXPECT_TRUE(read(xml(nested)));
+  EXPECT_EQ(parsed<PropertyList::Array>(xml(nested)), elements);
+  EXPECT_TRUE(read(binary({"\xA2\1\2"s, "\x51\x61", "\x09"})));
+  EXPECT_EQ(elements, (PropertyList::Array{PropertyList("a"s), PropertyList(true)}));
+  EXPECT_TRUE(read(xml("<array/>")));
+  EXPECT_TRUE(elements.empty());
+
+  EXPECT_FALSE(read(xml("<dict><key>k</key><array><true/></array></dict>")));
+  EXPECT_TRUE(elements.empty()) << "an array that is not at the top stays whole";
+  EXPECT_FALSE(read(xml("<array><true/>")));
+  EXPECT_FALSE(readPropertyListArray(
+      xml("<array/>"), [](const PropertyList&) {}, 100));
+
+  struct Enough {};
+  EXPECT_THROW((void)readPropertyListArray(xml(nested), [](const PropertyList&) { throw Enough(); }), Enough);
+}
+
 }  // namespace
 }  // namespace molvane

@@ -6,6 +6,7 @@
 #include <locale>
 #include <memory>
 #include <sstream>
+#include <utility>
 
 #include "Base/Base64.hpp"
 #include "Base/PropertyListReaders.hpp"
@@ -21,11 +22,12 @@ struct NamedTag {
   Tag tag;
 };
 
-constexpr std::array<NamedTag, 11> kTags = {{{"plist", Tag::plist},
-                                             {"dict", Tag::dictionary},
-                                             {"array", Tag::array},
+// Those that are met most come first.
+constexpr std::array<NamedTag, 11> kTags = {{{"string", Tag::string},
                                              {"key", Tag::key},
-                                             {"string", Tag::string},
+                                             {"array", Tag::array},
+                                             {"dict", Tag::dictionary},
+                                             {"plist", Tag::plist},
                                              {"integer", Tag::integer},
                                              {"real", Tag::real},
                                              {"true", Tag::trueValue},
@@ -100,82 +102,95 @@ std::optional<PropertyList> dataValue(std::string_view text) {
 /// list.
 class Builder {
  public:
+  explicit Builder(const PropertyListHandler* onElement) : onElement_(onElement) {}
+
   bool start(std::string_view name) {
     const std::optional<Tag> tag = tagNamed(name);
-    if (!tag || !mayStart(*tag)) return false;
+    if (!tag || leaf_ || !mayStart(*tag)) return false;
+    if (!holdsValues(*tag)) {
+      leaf_ = tag;
+      text_.clear();
+      return true;
+    }
     // The plist element is open as well, so that this counts what would be open with a new container.
-    if (holdsValues(*tag) && open_.size() > kMaximumPropertyListDepth) return false;
-    open_.push_back({*tag, {}, {}, {}});
-    text_.clear();
+    if (open_.size() > kMaximumPropertyListDepth) return false;
+    open_.emplace_back(*tag);
     return true;
   }
 
   bool characters(std::string_view text) {
-    if (open_.empty()) return false;
-    const Tag tag = open_.back().tag;
-    if (holdsValues(tag)) return trimmed(text).empty();
-    text_ += text;
-    return true;
+    if (leaf_) {
+      text_ += text;
+      return true;
+    }
+    return !open_.empty() && trimmed(text).empty();
   }
 
   bool end() {
-    Element element = std::move(open_.back());
+    if (leaf_) return endLeaf(*std::exchange(leaf_, std::nullopt));
+    Container ended = std::move(open_.back());
     open_.pop_back();
-    if (element.tag == Tag::plist) {
-      if (element.items.empty()) return false;
-      root_ = std::move(element.items.front());
+    if (ended.tag == Tag::plist) {
+      if (ended.items.empty()) return false;
+      root_ = std::move(ended.items.front());
       return true;
     }
-    Element& parent = open_.back();
-    if (element.tag == Tag::key) {
-      parent.key = std::move(text_);
-      return true;
-    }
-    std::optional<PropertyList> value = valueOf(element);
-    if (!value) return false;
-    if (parent.tag == Tag::dictionary) {
-      parent.entries.push_back({std::move(*parent.key), std::move(*value)});
-      parent.key.reset();
-    } else {
-      parent.items.push_back(std::move(*value));
-    }
-    return true;
+    if (ended.tag == Tag::array) return add(PropertyList(std::move(ended.items)));
+    return !ended.hasKey && add(PropertyList::dictionary(std::move(ended.entries)));
   }
 
   std::optional<PropertyList> take() { return std::move(root_); }
 
  private:
-  struct Element {
+  // The plist element, and what it holds.
+  static constexpr std::size_t kDepthAtTop = 2;
+
+  /// An element that holds values. The others stand one at a time and are leaves.
+  struct Container {
+    explicit Container(Tag which) : tag(which) {
+      if (tag == Tag::dictionary) entries.reserve(8);
+    }
+
     Tag tag;
-    std::optional<std::string> key;
+    bool hasKey = false;  ///< `key` waits for its value
+    std::string key;
     PropertyList::Dictionary entries;
     PropertyList::Array items;
   };
 
   [[nodiscard]] bool mayStart(Tag tag) const {
     if (open_.empty() || tag == Tag::plist) return open_.empty() && tag == Tag::plist;
-    const Element& parent = open_.back();
-    switch (parent.tag) {
-      case Tag::plist:
-        return tag != Tag::key && parent.items.empty();
-      case Tag::array:
-        return tag != Tag::key;
-      case Tag::dictionary:
-        return (tag == Tag::key) != parent.key.has_value();
-      default:
-        return false;
-    }
+    const Container& parent = open_.back();
+    if (parent.tag == Tag::dictionary) return (tag == Tag::key) != parent.hasKey;
+    return tag != Tag::key && (parent.tag == Tag::array || parent.items.empty());
   }
 
-  std::optional<PropertyList> valueOf(Element& element) {
-    switch (element.tag) {
-      case Tag::dictionary:
-        if (element.key) return std::nullopt;
-        return PropertyList::dictionary(std::move(element.entries));
-      case Tag::array:
-        return PropertyList(std::move(element.items));
-      case Tag::string:
-        return PropertyList(std::move(text_));
+  bool endLeaf(Tag tag) {
+    if (tag == Tag::string) return add(PropertyList(std::move(text_)));
+    if (tag == Tag::key) {
+      open_.back().key = std::move(text_);
+      open_.back().hasKey = true;
+      return true;
+    }
+    std::optional<PropertyList> value = valueOf(tag);
+    return value && add(*std::move(value));
+  }
+
+  bool add(PropertyList&& value) {
+    Container& parent = open_.back();
+    if (parent.tag == Tag::dictionary) {
+      parent.entries.push_back({std::move(parent.key), std::move(value)});
+      parent.hasKey = false;
+    } else if (onElement_ != nullptr && parent.tag == Tag::array && open_.size() == kDepthAtTop) {
+      (*onElement_)(std::move(value));
+    } else {
+      parent.items.push_back(std::move(value));
+    }
+    return true;
+  }
+
+  [[nodiscard]] std::optional<PropertyList> valueOf(Tag leaf) const {
+    switch (leaf) {
       case Tag::integer:
         return integerValue(trimmed(text_));
       case Tag::real:
@@ -187,21 +202,24 @@ class Builder {
       case Tag::trueValue:
       case Tag::falseValue:
         if (!text_.empty()) return std::nullopt;
-        return PropertyList(element.tag == Tag::trueValue);
+        return PropertyList(leaf == Tag::trueValue);
       default:
         return std::nullopt;
     }
   }
 
-  std::vector<Element> open_;
-  std::string text_;
+  const PropertyListHandler* onElement_;
+  std::vector<Container> open_;
+  std::optional<Tag> leaf_;
+  std::string text_;  ///< of the leaf, so far
   std::optional<PropertyList> root_;
 };
 
 /// The XML parser with a Builder behind it. Nothing is thrown through the parser, which is C.
 class Parser {
  public:
-  Parser() : parser_(XML_ParserCreate(nullptr)) {
+  explicit Parser(const PropertyListHandler* onElement)
+      : parser_(XML_ParserCreate(nullptr)), builder_(onElement) {
     if (!parser_) throw std::bad_alloc();
     XML_SetUserData(parser_.get(), this);
     XML_SetElementHandler(
@@ -258,6 +276,9 @@ class Parser {
 
 }  // namespace
 
-std::optional<PropertyList> parseXmlPropertyList(std::string_view bytes) { return Parser().parse(bytes); }
+std::optional<PropertyList> parseXmlPropertyList(std::string_view bytes,
+                                                 const PropertyListHandler* onElement) {
+  return Parser(onElement).parse(bytes);
+}
 
 }  // namespace molvane

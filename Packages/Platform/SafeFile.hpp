@@ -26,6 +26,10 @@ namespace molvane {
 /// of that name is replaced, not followed.
 void replaceFile(const FileDescriptor& folder, const std::string& name, std::string_view bytes, mode_t mode);
 
+/// Removes the temporary files that writers of `name` who were killed have left in `folder`. For whoever is
+/// its only writer: one that is being written is removed too. What cannot be removed stays.
+void removeAbandonedTemporaries(const FileDescriptor& folder, const std::string& name);
+
 /// The bytes of the regular file at `path`, links followed; nothing when there is none of that name. Throws
 /// std::system_error: EFBIG for more than `mostBytes`, EINVAL for what is no regular file.
 [[nodiscard]] std::optional<std::string> readSmallFile(const std::string& path, std::size_t mostBytes);

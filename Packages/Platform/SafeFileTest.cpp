@@ -2,13 +2,11 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -18,6 +16,7 @@
 #include <vector>
 
 #include "Platform/DirectoryHandle.hpp"
+#include "Platform/testing/FileSizeLimit.hpp"
 #include "Platform/testing/TemporaryFolder.hpp"
 
 namespace molvane {
@@ -41,27 +40,7 @@ int errnoOf(const std::function<void()>& call) {
   return 0;
 }
 
-/// Lets no file grow beyond a size, as a full disk would.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
-    ::getrlimit(RLIMIT_FSIZE, &before_);
-    const rlimit limited{bytes, before_.rlim_max};
-    ::setrlimit(RLIMIT_FSIZE, &limited);
-  }
-  ~FileSizeLimit() {
-    ::setrlimit(RLIMIT_FSIZE, &before_);
-    std::signal(SIGXFSZ, handler_);
-  }
-  FileSizeLimit(const FileSizeLimit&) = delete;
-  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
- private:
-  void (*handler_)(int);
-  rlimit before_{};
-};
-
-class SafeFile : public testing::Test {
+class SafeFile : public ::testing::Test {
  protected:
   [[nodiscard]] std::string path(const std::string& name) const { return temporary.path() + "/" + name; }
   [[nodiscard]] std::string content(const std::string& name) const {
@@ -80,7 +59,7 @@ TEST_F(SafeFile, ReplacesTheWholeFileWithItsFinalMode) {
   replaceFile(folder, "a", "", 0600);
   EXPECT_EQ(content("a"), "");
   EXPECT_EQ(fs::status(path("a")).permissions(), fs::perms(0600));
-  EXPECT_THAT(namesIn(temporary.path()), testing::ElementsAre("a"));
+  EXPECT_THAT(namesIn(temporary.path()), ::testing::ElementsAre("a"));
 }
 
 TEST_F(SafeFile, HasTheModeAskedForWhateverTheUmask) {
@@ -122,11 +101,11 @@ TEST_F(SafeFile, StrictReadingSaysWhichRuleIsBroken) {
 TEST_F(SafeFile, KeepsTheOldFileWhenTheNewOneDoesNotFit) {
   replaceFile(folder, "a", "old", 0600);
   {
-    const FileSizeLimit limit(1000);
+    const testing::FileSizeLimit limit(1000);
     EXPECT_EQ(errnoOf([&] { replaceFile(folder, "a", std::string(5000, 'x'), 0600); }), EFBIG);
   }
   EXPECT_EQ(content("a"), "old");
-  EXPECT_THAT(namesIn(temporary.path()), testing::ElementsAre("a"));
+  EXPECT_THAT(namesIn(temporary.path()), ::testing::ElementsAre("a"));
 }
 
 TEST_F(SafeFile, ReplacesALinkAndNotWhatItLeadsTo) {
@@ -150,6 +129,19 @@ TEST_F(SafeFile, ReadsRegularFilesUpToTheLimit) {
   // Its size is stated as 0 and is not.
   EXPECT_GT(readSmallFile("/proc/self/status", 1U << 20U)->size(), 100U);
   EXPECT_EQ(errnoOf([&] { (void)readSmallFile("/proc/self/status", 100); }), EFBIG);
+}
+
+TEST_F(SafeFile, ClearsUpAfterWritersThatWereKilled) {
+  replaceFile(folder, "a", "kept", 0600);
+  for (const char* const name :
+       {".a.abcdefghij23", ".a.ABCDEFGHIJ23", ".a.short", ".b.abcdefghij23", "a.abcdefghij23"}) {
+    std::ofstream(path(name)) << "x";
+  }
+  fs::create_directory(path(".a.zzzzzzzzzzzz"));
+  removeAbandonedTemporaries(folder, "a");
+  EXPECT_THAT(namesIn(temporary.path()),
+              ::testing::ElementsAre(".a.ABCDEFGHIJ23", ".a.short", ".a.zzzzzzzzzzzz", ".b.abcdefghij23", "a",
+                                     "a.abcdefghij23"));
 }
 
 TEST_F(SafeFile, SetsFilesAsideUnderNamesOfTheirOwn) {

@@ -20,6 +20,10 @@ struct User {
 [[nodiscard]] std::optional<User> userWithID(uid_t uid);
 [[nodiscard]] std::optional<User> userNamed(const std::string& name);
 
+/// The user who is logged in at the console, whose device that user then owns; nothing when nobody is, or it
+/// cannot be told. Any thread.
+[[nodiscard]] std::optional<User> consoleUser();
+
 /// The user's home folder; "/nonexistent" for an identifier without an entry, so that a location below it
 /// matches nothing.
 [[nodiscard]] std::string homeFolder(uid_t uid);

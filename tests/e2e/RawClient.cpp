@@ -99,7 +99,8 @@ std::string stringAt(const std::string& body, std::size_t offset) {
 
 bool booleanAt(const std::string& body, std::size_t offset) { return numberAt(body, offset) != 0; }
 
-RawClient::RawClient() : socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+RawClient::RawClient(std::chrono::seconds patience)
+    : patience_(patience), socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   std::string_view(kSocket).copy(address.sun_path, sizeof address.sun_path - 1);
@@ -138,8 +139,7 @@ bool RawClient::fill(std::size_t size) {
   std::array<char, 65536> piece{};
   while (buffer_.size() < size) {
     pollfd readable{socket_.get(), POLLIN, 0};
-    const auto limit = std::chrono::milliseconds(kPatience).count();
-    if (poll(&readable, 1, static_cast<int>(limit)) != 1)
+    if (poll(&readable, 1, static_cast<int>(patience_.count())) != 1)
       throw std::runtime_error("the helper does not answer");
     const ssize_t count = recv(socket_.get(), piece.data(), piece.size(), 0);
     if (count <= 0) return false;
@@ -178,8 +178,7 @@ bool RawClient::seesEnd() {
   std::array<char, 4096> piece{};
   while (true) {
     pollfd readable{socket_.get(), POLLIN, 0};
-    const auto limit = std::chrono::milliseconds(kPatience).count();
-    if (poll(&readable, 1, static_cast<int>(limit)) != 1) return false;
+    if (poll(&readable, 1, static_cast<int>(patience_.count())) != 1) return false;
     if (recv(socket_.get(), piece.data(), piece.size(), 0) <= 0) return true;
   }
 }

@@ -13,8 +13,9 @@ namespace molvane::e2e {
 /// the client, so what it sends reaches the helper's dispatcher.
 class RawClient {
  public:
-  /// Connects; throws std::system_error when the kernel refuses.
-  RawClient();
+  /// Connects; throws std::system_error when the kernel refuses. Nothing is waited for longer than
+  /// `patience`.
+  explicit RawClient(std::chrono::seconds patience = kPatience);
 
   /// The handshake that every D-Bus client makes; throws std::runtime_error when the helper does not go
   /// along.
@@ -30,19 +31,20 @@ class RawClient {
   };
 
   /// The next reply; nothing when the helper closed the connection. Throws std::runtime_error when neither
-  /// comes within kPatience.
+  /// comes in time.
   std::optional<Reply> receive();
 
   /// Sends one call and returns its reply; throws std::runtime_error when the connection ends instead.
   Reply call(std::string_view member, std::string_view signature = {}, std::string_view body = {});
 
-  /// The helper's process has ended the connection: true when seen within kPatience.
+  /// The helper's process has ended the connection: true when seen in time.
   bool seesEnd();
 
  private:
   /// Reads until `buffer_` holds `size` bytes; false at the end of the connection.
   bool fill(std::size_t size);
 
+  std::chrono::milliseconds patience_;
   FileDescriptor socket_;
   std::string buffer_;
   std::uint32_t serial_ = 0;

@@ -9,8 +9,7 @@
 #include "Base/JsonCoding.hpp"
 
 // The frame of the golden tests: a file of cases for each kind of row, a small source file here for each of
-// them. Whoever builds what a file pins adds such a source with a TEST of its own and takes the placeholder
-// out of UnbuiltRows.cpp.
+// them. Whoever builds what a file pins adds such a source with a TEST of its own.
 
 namespace molvane::golden {
 

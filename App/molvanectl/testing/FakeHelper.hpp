@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,7 +16,14 @@ struct FakeHelperState {
   std::map<std::string, std::int64_t> sizes;  ///< paths that exist; removing takes them out
   std::map<std::string, NSError> refusals;    ///< by path or task identifier
   std::map<std::string, std::pair<bool, std::string>> tasks;
-  std::vector<std::string> calls;  ///< method and argument of each call
+  /// Answers of the account methods; documents as text.
+  std::optional<std::string> accounts;
+  std::optional<std::string> accountRefusal;
+  std::optional<std::string> companyAdminStatus;
+  std::optional<std::pair<std::string, std::string>> companyAdmin;  ///< name and password
+  OptionalError accountError;
+  std::vector<std::string> documents;  ///< sent to the account methods
+  std::vector<std::string> calls;      ///< method and argument of each call
   int connections = 0;
   int callsUntilLost = -1;  ///< the call that loses the connection; none if negative
 };
@@ -50,7 +58,32 @@ class FakeHelper : public testing::RecordingHelper {
     reply(succeeded, transcript, std::nullopt);
   }
 
+  void manageLocalAccount(
+      const Data& operation,
+      const Reply<std::optional<Data>, std::optional<std::string>, OptionalError>& reply) override {
+    note("manage account");
+    state_.documents.emplace_back(operation.begin(), operation.end());
+    reply(dataOf(state_.accounts), state_.accountRefusal, state_.accountError);
+  }
+  void applyCompanyAdmin(const Data& configuration,
+                         const Reply<std::optional<Data>, OptionalError>& reply) override {
+    note("apply company admin");
+    state_.documents.emplace_back(configuration.begin(), configuration.end());
+    reply(dataOf(state_.companyAdminStatus), state_.accountError);
+  }
+  void companyAdminPassword(
+      const Reply<std::optional<std::string>, std::optional<std::string>, OptionalError>& reply) override {
+    note("company admin password");
+    if (!state_.companyAdmin) return reply(std::nullopt, std::nullopt, state_.accountError);
+    reply(state_.companyAdmin->first, state_.companyAdmin->second, std::nullopt);
+  }
+
  private:
+  static std::optional<Data> dataOf(const std::optional<std::string>& text) {
+    if (!text) return std::nullopt;
+    return Data(text->begin(), text->end());
+  }
+
   void note(std::string call) {
     if (state_.callsUntilLost == static_cast<int>(state_.calls.size()))
       throw ConnectionError("reset by peer");

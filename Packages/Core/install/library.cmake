@@ -7,19 +7,20 @@ find_package(fmt REQUIRED)
 pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
 
 # The archive carries what Core needs of the packages below it, and nothing that would need a further library.
-# ./scripts/check-installed-library tells when something is missing here.
+# AccountDirectory is left out for the XML parser that it needs. ./scripts/check-installed-library tells when something
+# is missing here.
 set(needed_sources
-  Base/.*/(Characters|Date|Json|JsonCoding|JsonNumber|NSError|PathText|Text|Utf8|Uuid)
+  Base/.*/(Characters|Date|Json|JsonCoding|JsonNumber|NSError|PathText|Text|UnicodeLibrary|Utf8|Uuid)
   Platform/.*/(DirectoryHandle|FileDescriptor|SafeFile|SecureRandom|StandardPath|Users))
 set(needed_headers
   Base/CaseError.hpp Base/Date.hpp Base/Json.hpp Base/JsonCoding.hpp Base/Mutex.hpp Base/Uuid.hpp)
 set(own_headers
-  PathAllowlist.hpp PasteGuard.hpp Scheduling/Calendar.hpp Scheduling/Schedule.hpp Scheduling/ScheduledTask.hpp
-  Scheduling/ScheduleFile.hpp Scheduling/ScheduleStore.hpp Scheduling/TimeZone.hpp)
+  LocalAccountPolicy.hpp LocalAccounts.hpp PathAllowlist.hpp PasteGuard.hpp Scheduling/Calendar.hpp
+  Scheduling/Schedule.hpp Scheduling/ScheduledTask.hpp Scheduling/ScheduleFile.hpp Scheduling/ScheduleStore.hpp Scheduling/TimeZone.hpp)
 
 list(JOIN needed_sources "|" needed)
 add_library(MolvaneCoreLibrary STATIC
-  "$<TARGET_OBJECTS:Core>"
+  "$<FILTER:$<TARGET_OBJECTS:Core>,EXCLUDE,/AccountDirectory\\.cpp\\.o$>"
   "$<FILTER:$<TARGET_OBJECTS:Base>;$<TARGET_OBJECTS:Platform>,INCLUDE,/(${needed})\\.cpp\\.o$>")
 set_target_properties(MolvaneCoreLibrary PROPERTIES
   OUTPUT_NAME MolvaneCore
@@ -28,7 +29,7 @@ set_target_properties(MolvaneCoreLibrary PROPERTIES
   ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}/install")
 target_compile_features(MolvaneCoreLibrary INTERFACE cxx_std_20)
 target_include_directories(MolvaneCoreLibrary INTERFACE "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/molvane>")
-target_link_libraries(MolvaneCoreLibrary PRIVATE ICU::uc fmt::fmt PkgConfig::UUID Threads::Threads)
+target_link_libraries(MolvaneCoreLibrary PRIVATE ICU::uc fmt::fmt PkgConfig::UUID Threads::Threads ${CMAKE_DL_LIBS})
 
 set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/MolvaneCore")
 set(pkgconfig_dir "${CMAKE_INSTALL_LIBDIR}/pkgconfig")

@@ -13,6 +13,7 @@
 
 #include "Base/JsonCoding.hpp"
 #include "Base/Sha256.hpp"
+#include "HelperKit/Accounts/CompanyAdminKeeper.hpp"
 #include "HelperKit/Devices/ChunkStream.hpp"
 #include "HelperKit/Devices/testing/FakeDisk.hpp"
 #include "HelperKit/Service/HelperPathPolicy.hpp"
@@ -182,7 +183,8 @@ TEST_F(DeviceJobRunnerTest, EndsItsJobsWhenItGoes) {
 
 TEST_F(DeviceJobRunnerTest, AnswersThroughTheService) {
   const auto service = std::make_shared<HelperService>(HelperPathPolicy::fixtureAllowlist("/nonexistent"),
-                                                       std::set<std::string>{}, std::move(runner_));
+                                                       std::set<std::string>{}, std::move(runner_),
+                                                       std::make_unique<CompanyAdminKeeper>("/nonexistent"));
   PeerScopedHelper helper(service, kPeer);
   const auto data = [](const std::string& text) { return Data(text.begin(), text.end()); };
   const auto start = [&](const Data& spec) {

@@ -1,6 +1,5 @@
 #include "HelperKit/Maintenance/MaintenanceRunner.hpp"
 
-#include <cmath>
 #include <cstdlib>
 #include <optional>
 #include <string_view>
@@ -10,6 +9,7 @@
 #include "Base/Text.hpp"
 #include "Base/Utf8.hpp"
 #include "Platform/ChildProcess.hpp"
+#include "Platform/Deadline.hpp"
 
 namespace molvane::MaintenanceRunner {
 
@@ -42,16 +42,6 @@ class KeptOutput {
   std::string bytes_;
   bool cut_ = false;
 };
-
-/// Without end where the clock does not reach.
-Clock::time_point deadlineAfter(double seconds) {
-  const Clock::time_point now = Clock::now();
-  const std::chrono::duration<double> span(seconds);
-  // Half of what is left, for the sake of what a double rounds away.
-  if (!std::isfinite(seconds) || span > (Clock::time_point::max() - now) / 2) return Clock::time_point::max();
-  if (seconds <= 0) return now;
-  return now + std::chrono::duration_cast<Clock::duration>(span);
-}
 
 void stop(ChildProcess& tool, const Limits& limits) {
   const auto dropped = [](std::string_view) {};

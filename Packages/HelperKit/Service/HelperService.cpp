@@ -19,10 +19,12 @@ constexpr double kMaintenanceTimeout = 3600;  // seconds, for each command
 }  // namespace
 
 HelperService::HelperService(PathAllowlist allowlist, std::set<std::string> deniedBasenames,
-                             std::unique_ptr<DeviceJobRunner> jobs)
+                             std::unique_ptr<DeviceJobRunner> jobs,
+                             std::unique_ptr<CompanyAdminKeeper> companyAdmin)
     : allowlist_(std::move(allowlist)),
       deniedBasenames_(std::move(deniedBasenames)),
-      jobs_(std::move(jobs)) {}
+      jobs_(std::move(jobs)),
+      companyAdmin_(std::move(companyAdmin)) {}
 
 HelperService::~HelperService() = default;
 

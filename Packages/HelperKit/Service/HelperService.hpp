@@ -2,11 +2,15 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 
+#include "Base/Mutex.hpp"
+#include "Core/LocalAccounts.hpp"
 #include "Core/MaintenanceTask.hpp"
 #include "Core/PathAllowlist.hpp"
+#include "HelperKit/Accounts/CompanyAdminKeeper.hpp"
 #include "HelperProtocol/HelperXPCProtocol.hpp"
 
 namespace molvane {
@@ -17,7 +21,8 @@ class DeviceJobRunner;
 ///
 /// Every protocol method does its work on the calling thread and calls its reply exactly once before it
 /// returns; whatever fails becomes the error of that reply. Methods of different connections run side by
-/// side, so the service keeps no mutable state of its own; the device jobs guard theirs.
+/// side, so the service keeps no unguarded state of its own; changes of accounts wait for each other, and
+/// the device jobs guard theirs.
 ///
 /// Methods that act for a person take the person's user identifier as `peerUID`. Their protocol forms stand
 /// for the helper process itself and are not reached through a connection: a PeerScopedHelper is what gets
@@ -25,9 +30,9 @@ class DeviceJobRunner;
 class HelperService final : public MolvaneHelperXPCProtocol {
  public:
   HelperService() = delete;
-  /// `jobs` must not be null.
+  /// `jobs` and `companyAdmin` must not be null.
   HelperService(PathAllowlist allowlist, std::set<std::string> deniedBasenames,
-                std::unique_ptr<DeviceJobRunner> jobs);
+                std::unique_ptr<DeviceJobRunner> jobs, std::unique_ptr<CompanyAdminKeeper> companyAdmin);
   ~HelperService() override;
 
   void ping(const Reply<std::string>& reply) override;
@@ -83,9 +88,18 @@ class HelperService final : public MolvaneHelperXPCProtocol {
   [[nodiscard]] std::string validateReadablePath(const std::string& path) const;
   [[nodiscard]] std::string validateMutablePath(const std::string& path) const;
 
+  /// Carries out an operation with no other change of an account at the same time, and returns the accounts
+  /// as they are then. Throws as LocalAccountRunner::perform does.
+  LocalAccountsSnapshot changeAccount(const LocalAccountOperation& operation);
+
   const PathAllowlist allowlist_;
   const std::set<std::string> deniedBasenames_;
   const std::unique_ptr<DeviceJobRunner> jobs_;
+  /// Held while the tools run: two changes that are each allowed could together take the last administrator
+  /// away, and an account that is being created must not be taken for the company administrator's. Taken
+  /// before any other lock.
+  Mutex accountChanges_;
+  const std::unique_ptr<CompanyAdminKeeper> companyAdmin_;
 };
 
 }  // namespace molvane

@@ -11,6 +11,8 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <tuple>
+#include <vector>
 
 #include "HelperKit/Devices/DeviceJobRunner.hpp"
 #include "HelperKit/Service/HelperPathPolicy.hpp"
@@ -73,11 +75,32 @@ class HelperServiceTest : public ::testing::Test {
   std::shared_ptr<MolvaneHelperXPCProtocol> helper_ = std::make_shared<PeerScopedHelper>(
       std::make_shared<HelperService>(HelperPathPolicy::fixtureAllowlist(scratch_.path() + "/root"),
                                       HelperPathPolicy::defaultDeniedBasenames(),
-                                      std::make_unique<DeviceJobRunner>([] { return DevicePolicy(); })),
+                                      std::make_unique<DeviceJobRunner>([] { return DevicePolicy(); }),
+                                      std::make_unique<CompanyAdminKeeper>(scratch_.path() + "/state")),
       501);
 };
 
 NSError error(std::int64_t code, const std::string& description) { return {kDomain, code, description}; }
+
+TEST_F(HelperServiceTest, AnAccountRefusalIsATextAndAMalformedRequestAnError) {
+  using Answer = std::tuple<std::optional<Data>, std::optional<std::string>, OptionalError>;
+  const auto manage = [&](const std::string& document) {
+    std::vector<Answer> answers;
+    helper().manageLocalAccount({document.begin(), document.end()},
+                                [&](auto... values) { answers.emplace_back(values...); });
+    EXPECT_EQ(answers.size(), 1U);
+    return answers.at(0);
+  };
+  // Nothing here can be allowed on any machine.
+  EXPECT_EQ(manage(R"({"delete":{"name":"no such account"}})"),
+            Answer(std::nullopt, "not-found", std::nullopt));
+  EXPECT_EQ(manage(R"({"create":{"name":"root","fullName":"R","password":"12345678","admin":true,)"
+                   R"("mustChange":false}})"),
+            Answer(std::nullopt, "invalid-name", std::nullopt));
+  for (const char* malformed : {"", "{}", R"({"delete":{}})", R"({"rename":{"name":"ann"}})"}) {
+    EXPECT_EQ(manage(malformed), Answer(std::nullopt, "", error(7, "Bad device job: account"))) << malformed;
+  }
+}
 
 TEST_F(HelperServiceTest, RefusesWithTheSentenceOfTheFirstCheckThatFails) {
   write(root() + "/a/CloudKit/file", 1);
@@ -254,6 +277,42 @@ TEST_F(HelperServiceTest, AnswersPongAndSaysWhatIsNotThere) {
   OptionalError unknown;
   helper().deviceJobStatus("x", [&](const auto&, const OptionalError& failure) { unknown = failure; });
   EXPECT_EQ(unknown, error(8, "Unknown job: x"));
+}
+
+TEST_F(HelperServiceTest, AnswersForTheCompanyAdministrator) {
+  const auto apply = [&](const std::string& document) {
+    std::pair<std::string, OptionalError> answer;
+    helper().applyCompanyAdmin(Data(document.begin(), document.end()),
+                               [&](const std::optional<Data>& status, const OptionalError& failure) {
+                                 if (status) answer.first.assign(status->begin(), status->end());
+                                 answer.second = failure;
+                               });
+    return answer;
+  };
+  for (const std::string document : {"", "{}", "[]", R"({"enabled":true,"name":"itadmin"})"}) {
+    EXPECT_EQ(apply(document).second, error(7, "Bad device job: company admin")) << document;
+  }
+  const CompanyAdminConfig refused{true, "root", "", 7, {}};
+  const auto [status, failure] = apply(encodedJson(refused));
+  EXPECT_EQ(failure, std::nullopt);
+  EXPECT_EQ(decodedJson<CompanyAdminStatus>(status),
+            (CompanyAdminStatus{refused, false, std::nullopt, "invalid-name"}));
+
+  using Text = std::optional<std::string>;
+  std::tuple<Text, Text, OptionalError> handedOut;
+  const auto keep = [&](const Text& name, const Text& password, const OptionalError& without) {
+    handedOut = {name, password, without};
+  };
+  helper().companyAdminPassword(keep);
+  EXPECT_EQ(handedOut, std::make_tuple(Text(), Text(), OptionalError()));
+  CompanyAdminFiles(scratch_.path() + "/state").saveState({"itadmin", "s3cret", {}});
+  helper().companyAdminPassword(keep);
+  EXPECT_EQ(handedOut, std::make_tuple(Text("itadmin"), Text("s3cret"), OptionalError()));
+  CompanyAdminFiles(scratch_.path() + "/state").savePending({"itadmin", "other", {}});
+  helper().companyAdminPassword(keep);
+  EXPECT_EQ(std::get<0>(handedOut), std::nullopt);
+  EXPECT_NE(std::get<2>(handedOut).value_or(NSError{}).localizedDescription.find("is not known: "),
+            std::string::npos);
 }
 
 }  // namespace

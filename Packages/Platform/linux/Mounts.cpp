@@ -5,8 +5,7 @@
 #include <sys/sysmacros.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <memory>
+#include <filesystem>
 #include <system_error>
 #include <vector>
 
@@ -29,17 +28,15 @@ std::optional<std::uint64_t> mountIdentifier(const std::string& path) {
 bool hasNumberOfItsOwn(const Mount& mount) { return mount.major == 0 && mount.type == "btrfs"; }
 
 std::string deviceOf(const Mount& mount) {
-  struct CFree {
-    void operator()(char* text) const { std::free(text); }
-  };
-  const std::unique_ptr<char, CFree> device(realpath(mount.source.c_str(), nullptr));
+  std::error_code error;
+  const std::string device = std::filesystem::canonical(mount.source, error).string();
   struct stat status {};
-  if (mount.source.substr(0, 1) != "/" || !device || stat(device.get(), &status) != 0 ||
+  if (mount.source.substr(0, 1) != "/" || error || stat(device.c_str(), &status) != 0 ||
       !S_ISBLK(status.st_mode)) {
     return "";
   }
   const bool isIt = status.st_rdev == makedev(mount.major, mount.minor);
-  return isIt || hasNumberOfItsOwn(mount) ? device.get() : "";
+  return isIt || hasNumberOfItsOwn(mount) ? device : "";
 }
 
 }  // namespace

@@ -1,13 +1,17 @@
 #include "Platform/SafeFile.hpp"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <system_error>
+#include <vector>
 
 #include "Base/NSError.hpp"
 #include "Platform/SecureRandom.hpp"
@@ -16,19 +20,44 @@ namespace molvane {
 
 namespace {
 
+constexpr std::string_view kSuffixLetters = "abcdefghijklmnopqrstuvwxyz234567";
+constexpr std::size_t kSuffixLength = 12;
+
+std::string temporaryPrefix(const std::string& finalName) { return "." + finalName + "."; }
+
 std::string randomSuffix() {
-  constexpr std::string_view kLetters = "abcdefghijklmnopqrstuvwxyz234567";
-  constexpr std::size_t kLength = 12;
   std::string suffix;
-  for (const std::uint8_t byte : secureRandomBytes(kLength)) suffix += kLetters[byte % kLetters.size()];
+  for (const std::uint8_t byte : secureRandomBytes(kSuffixLength)) {
+    suffix += kSuffixLetters[byte % kSuffixLetters.size()];
+  }
   return suffix;
+}
+
+bool isTemporaryOf(std::string_view name, std::string_view prefix) {
+  return name.starts_with(prefix) && name.size() == prefix.size() + kSuffixLength &&
+         name.find_first_not_of(kSuffixLetters, prefix.size()) == std::string_view::npos;
+}
+
+struct CloseStream {
+  void operator()(DIR* stream) const noexcept { ::closedir(stream); }
+};
+
+/// Nothing for a folder that cannot be listed.
+std::vector<std::string> namesIn(const FileDescriptor& folder) {
+  FileDescriptor again(::openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const std::unique_ptr<DIR, CloseStream> stream(again ? ::fdopendir(again.get()) : nullptr);
+  std::vector<std::string> names;
+  if (!stream) return names;
+  static_cast<void>(again.release());
+  while (const dirent* const entry = ::readdir(stream.get())) names.emplace_back(entry->d_name);
+  return names;
 }
 
 /// A file that is gone with this object unless it was given its final name.
 class TemporaryFile {
  public:
   TemporaryFile(const FileDescriptor& folder, const std::string& finalName, mode_t mode)
-      : folder_(folder.get()), name_("." + finalName + "." + randomSuffix()) {
+      : folder_(folder.get()), name_(temporaryPrefix(finalName) + randomSuffix()) {
     file_.reset(::openat(folder_, name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
     if (!file_) throwErrno("create " + name_);
   }
@@ -86,12 +115,14 @@ struct stat statusOf(const FileDescriptor& file, const std::string& name) {
   return status;
 }
 
-// All bytes of a file that states this size; nothing when they are more than `mostBytes`.
+// All bytes of a file that states this size, which for one of the system's own is often 0; nothing when they
+// are more than `mostBytes`.
 std::optional<std::string> readWhole(const FileDescriptor& file, off_t size, std::size_t mostBytes,
                                      const std::string& name) {
   if (static_cast<std::uintmax_t>(size) > mostBytes) return std::nullopt;
   // One byte more than it may hold, in case it grows.
-  std::string bytes(static_cast<std::size_t>(size) + 1, '\0');
+  constexpr std::size_t kLeast = 4096;
+  std::string bytes(std::max(static_cast<std::size_t>(size) + 1, kLeast), '\0');
   std::size_t filled = 0;
   while (true) {
     const ssize_t count = ::read(file.get(), bytes.data() + filled, bytes.size() - filled);
@@ -114,6 +145,13 @@ void replaceFile(const FileDescriptor& folder, const std::string& name, std::str
   file.finish(mode);
   file.rename(name);
   syncFolder(folder, name);
+}
+
+void removeAbandonedTemporaries(const FileDescriptor& folder, const std::string& name) {
+  const std::string prefix = temporaryPrefix(name);
+  for (const std::string& found : namesIn(folder)) {
+    if (isTemporaryOf(found, prefix)) ::unlinkat(folder.get(), found.c_str(), 0);
+  }
 }
 
 std::optional<std::string> readSmallFile(const std::string& path, std::size_t mostBytes) {

@@ -1,6 +1,7 @@
 #include "Platform/Users.hpp"
 
 #include <pwd.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstddef>
@@ -37,6 +38,13 @@ std::optional<User> userWithID(uid_t uid) {
 std::optional<User> userNamed(const std::string& name) {
   if (name.find('\0') != std::string::npos) return std::nullopt;
   return find([&name](auto... arguments) { return getpwnam_r(name.c_str(), arguments...); });
+}
+
+std::optional<User> consoleUser() {
+  struct stat console {};
+  // Root owns it while the login window shows.
+  if (stat("/dev/console", &console) != 0 || console.st_uid == 0) return std::nullopt;
+  return userWithID(console.st_uid);
 }
 
 std::string homeFolder(uid_t uid) {

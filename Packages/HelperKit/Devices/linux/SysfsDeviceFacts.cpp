@@ -25,7 +25,7 @@ constexpr std::array<std::string_view, 6> kSystemPaths = {"/",    "/boot", "/boo
 std::vector<std::string> btrfsPeers(const std::string& sysfs, const std::string& name) {
   const std::string folder = sysfs + "/fs/btrfs";
   for (const std::string& identifier : SysfsText::namesIn(folder).value_or(std::vector<std::string>())) {
-    const auto members = SysfsText::namesIn(folder + "/" + identifier + "/devices");
+    const auto members = SysfsText::namesIn(appendingPathComponent(folder, identifier) + "/devices");
     if (members && std::find(members->begin(), members->end(), name) != members->end()) return *members;
   }
   return {};

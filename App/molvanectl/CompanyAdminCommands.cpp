@@ -1,0 +1,169 @@
+#include <charconv>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+
+#include "Base/Date.hpp"
+#include "Core/LocalAccounts.hpp"
+#include "molvanectl/AccountReading.hpp"
+#include "molvanectl/AccountWords.hpp"
+#include "molvanectl/Commands.hpp"
+#include "molvanectl/OptionSet.hpp"
+#include "molvanectl/Session.hpp"
+
+namespace molvane::ctl {
+namespace {
+
+constexpr const char* kNobody = "The helper manages no company administrator.";
+
+struct ManagedAccount {
+  std::string name;
+  std::string password;
+};
+
+std::optional<ManagedAccount> managedAccount(Session& session) {
+  auto [name, password, error] = session.ask(&MolvaneHelperXPCProtocol::companyAdminPassword);
+  if (error) throw RemoteError(*error);
+  if (!name || !password) return std::nullopt;
+  return ManagedAccount{*std::move(name), *std::move(password)};
+}
+
+class CompanyAdminApplyCommand : public Command {
+ public:
+  CommandText text() const override {
+    return {
+        "apply", "Set the company administrator up",
+        "Has the helper bring the company administrator in line with what is asked for: creates the hidden "
+        "account, enables or disables it, and gives it a new password when the last one is old enough. An "
+        "account of another name that the helper managed before is disabled and let go. With --json: an "
+        "object with the keys config, active, rotatedAt and problem, times in seconds since 2001.",
+        "molvanectl company-admin apply itadmin --rotation-days 7"};
+  }
+
+  void declare(OptionSet& options) override {
+    options.argument("NAME", name_, "Short name of the account.");
+    options.value("--full-name", "TEXT", fullName_, "Its full name; the short name if not given.");
+    options.value("--rotation-days", "DAYS", rotationDays_,
+                  "After how many days the password is replaced; 30 if not given.");
+    options.flag("--disabled", disabled_, "The account is not to be usable; it stays known.");
+  }
+
+  ExitStatus run(Session& session) override {
+    const std::string document = encodedJson(CompanyAdminConfig{
+        !disabled_, name_, fullName_.empty() ? name_ : fullName_, rotationDays(), Date::now()});
+    const auto [answer, error] =
+        session.ask(&MolvaneHelperXPCProtocol::applyCompanyAdmin, Data(document.begin(), document.end()));
+    Output& output = session.output();
+    if (error || !answer) {
+      output.error(refusal(error));
+      return ExitStatus::failed;
+    }
+    const auto status =
+        decodedJson<CompanyAdminStatus>({reinterpret_cast<const char*>(answer->data()), answer->size()});
+    if (output.json()) {
+      output.record(Record::parse(answer->begin(), answer->end()));
+    } else if (!status.problem) {
+      output.text(sentence(status));
+    }
+    if (!status.problem) return ExitStatus::done;
+    if (!output.json()) {
+      output.error({std::string(kProgramErrorDomain), static_cast<int>(ExitStatus::failed),
+                    companyAdminProblem(*status.problem, name_)});
+    }
+    return ExitStatus::failed;
+  }
+
+ private:
+  [[nodiscard]] std::int64_t rotationDays() const {
+    std::int64_t days = 0;
+    const char* const end = rotationDays_.data() + rotationDays_.size();
+    const auto [last, error] = std::from_chars(rotationDays_.data(), end, days);
+    if (error != std::errc() || last != end || days < 1) {
+      throw UsageError("'" + rotationDays_ + "' is no number of days");
+    }
+    return days;
+  }
+
+  [[nodiscard]] std::string sentence(const CompanyAdminStatus& status) const {
+    if (!status.active) return "The company administrator " + name_ + " is not active.";
+    std::string text = "The company administrator " + name_ + " is active.";
+    if (status.rotatedAt) text += " Its password was set at " + iso8601Text(*status.rotatedAt) + ".";
+    return text;
+  }
+
+  std::string name_;
+  std::string fullName_;
+  std::string rotationDays_ = "30";
+  bool disabled_ = false;
+};
+
+class CompanyAdminStatusCommand : public Command {
+ public:
+  CommandText text() const override {
+    return {
+        "status", "Say who the company administrator is",
+        "Asks the helper which account it manages, and reads in the system's directory how that account "
+        "is. Changes nothing. With --json: an object with the keys name and account, each null where there "
+        "is none.",
+        "molvanectl company-admin status"};
+  }
+
+  ExitStatus run(Session& session) override {
+    const std::optional<ManagedAccount> managed = managedAccount(session);
+    std::optional<LocalAccountsSnapshot> snapshot;
+    if (managed) snapshot = readAccounts();
+    const LocalAccount* account = managed ? snapshot->find(managed->name) : nullptr;
+    Output& output = session.output();
+    if (output.json()) {
+      output.record(
+          {{"name", managed ? Record(managed->name) : Record(nullptr)},
+           {"account", account != nullptr ? Record::parse(encodedJson(*account)) : Record(nullptr)}});
+    } else if (!managed) {
+      output.text(kNobody);
+    } else if (account == nullptr) {
+      output.text("The helper manages " + managed->name + ", but there is no such account.");
+    } else {
+      output.text(accountLine(*account, *snapshot));
+    }
+    return ExitStatus::done;
+  }
+};
+
+class CompanyAdminPasswordCommand : public Command {
+ public:
+  CommandText text() const override {
+    return {"password", "Print the company administrator's password",
+            "Prints the password that the helper last set, alone on a line. With --json: an object with the "
+            "keys name and password.",
+            "molvanectl company-admin password"};
+  }
+
+  ExitStatus run(Session& session) override {
+    const std::optional<ManagedAccount> managed = managedAccount(session);
+    Output& output = session.output();
+    if (!managed) {
+      output.error({std::string(kProgramErrorDomain), static_cast<int>(ExitStatus::failed), kNobody});
+      return ExitStatus::failed;
+    }
+    output.remark("The password of " + managed->name + ":");
+    if (output.json()) {
+      output.record({{"name", managed->name}, {"password", managed->password}});
+    } else {
+      output.text(managed->password);
+    }
+    return ExitStatus::done;
+  }
+};
+
+}  // namespace
+
+CommandGroup companyAdminCommands() {
+  return groupOf<CompanyAdminApplyCommand, CompanyAdminStatusCommand, CompanyAdminPasswordCommand>(
+      {"company-admin", "Keep the company administrator",
+       "The hidden administrator's account that the helper owns for the organisation, with a password that "
+       "it "
+       "replaces.",
+       "molvanectl company-admin status"});
+}
+
+}  // namespace molvane::ctl

@@ -1,0 +1,210 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <string>
+#include <vector>
+
+#include "Core/LocalAccounts.hpp"
+#include "HelperProtocol/testing/ServedHelper.hpp"
+#include "Platform/FileDescriptor.hpp"
+
+namespace molvane::ctl {
+namespace {
+
+using molvane::testing::Answers;
+using molvane::testing::ServedHelper;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::SizeIs;
+
+constexpr int kLongestWait = 30'000;  // milliseconds, for what comes at once
+
+/// The built program on a terminal of its own, with a person who types.
+class OnTerminal {
+ public:
+  explicit OnTerminal(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), MOLVANECTL_PROGRAM);
+    std::vector<char*> words;
+    for (std::string& word : arguments) words.push_back(word.data());
+    words.push_back(nullptr);
+    int terminal = -1;
+    process_ = forkpty(&terminal, nullptr, nullptr, nullptr);
+    if (process_ == 0) {
+      execv(words[0], words.data());
+      _exit(127);
+    }
+    terminal_.reset(terminal);
+  }
+  ~OnTerminal() {
+    if (process_ > 0) {
+      kill(process_, SIGKILL);
+      waitpid(process_, nullptr, 0);
+    }
+  }
+  OnTerminal(const OnTerminal&) = delete;
+  OnTerminal& operator=(const OnTerminal&) = delete;
+
+  /// Reads on until the screen ends with `text`.
+  void waitFor(const std::string& text) {
+    while (!shown.ends_with(text)) ASSERT_TRUE(readSome()) << shown;
+  }
+
+  void type(const std::string& text) {
+    ASSERT_EQ(write(terminal_.get(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  }
+
+  void signal(int number) { kill(process_, number); }
+
+  [[nodiscard]] bool echoes() const {
+    termios settings{};
+    EXPECT_EQ(tcgetattr(terminal_.get(), &settings), 0);
+    return (settings.c_lflag & ECHO) != 0;
+  }
+
+  /// The wait status at the program's end.
+  int end() {
+    while (readSome()) continue;
+    int status = -1;
+    EXPECT_EQ(waitpid(process_, &status, 0), process_);
+    process_ = -1;
+    return status;
+  }
+
+  std::string shown;
+
+ private:
+  /// False at the end, which this host tells by an error, and when nothing comes.
+  bool readSome() {
+    pollfd waiting{terminal_.get(), POLLIN, 0};
+    if (poll(&waiting, 1, kLongestWait) != 1) return false;
+    char buffer[4096];
+    const ssize_t count = read(terminal_.get(), buffer, sizeof buffer);
+    if (count <= 0) return false;
+    shown.append(buffer, static_cast<std::size_t>(count));
+    return true;
+  }
+
+  pid_t process_ = -1;
+  FileDescriptor terminal_;
+};
+
+class SecretInputTest : public ::testing::Test {
+ protected:
+  SecretInputTest() {
+    Answers answers;
+    answers.text = "weak-password";
+    served.helper().setAnswers(answers);
+  }
+
+  std::vector<std::string> command(std::vector<std::string> words) {
+    words.insert(words.begin(), {"--socket", served.socketPath(), "account"});
+    return words;
+  }
+
+  ServedHelper served;
+};
+
+TEST_F(SecretInputTest, ThePersonTypesWithoutEchoAndTheHelperGetsIt) {
+  OnTerminal program(command({"create", "bob", "--proof-name", "ann"}));
+  program.waitFor("Password of administrator ann: ");
+  EXPECT_FALSE(program.echoes());
+  program.type("anns secret\n");
+  program.waitFor("New password for bob: ");
+  EXPECT_FALSE(program.echoes());
+  program.type("böbs secret x\x7F\n");
+  program.waitFor("New password for bob, again: ");
+  program.type("böbs secret \n");
+  const int status = program.end();
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1);
+  EXPECT_THAT(program.shown, Not(HasSubstr("secret")));
+  EXPECT_THAT(program.shown, HasSubstr("8 to 128 characters"));
+
+  const auto calls = served.helper().takeCalls();
+  ASSERT_THAT(calls, SizeIs(1));
+  EXPECT_EQ(decodedJson<LocalAccountOperation>(calls[0].argument),
+            (LocalAccountOperation{CreateAccount{"bob", "bob", "böbs secret ", false, false,
+                                                 AccountAdminProof{"ann", "anns secret"}}}));
+}
+
+TEST_F(SecretInputTest, NothingIsAskedOfTheHelperWithoutAPassword) {
+  OnTerminal differing(command({"reset-password", "bob"}));
+  differing.waitFor("New password for bob: ");
+  differing.type("one secret\n");
+  differing.waitFor("again: ");
+  differing.type("another secret\n");
+  EXPECT_EQ(WEXITSTATUS(differing.end()), 1);
+  EXPECT_THAT(differing.shown, HasSubstr("differ"));
+
+  OnTerminal empty(command({"reset-password", "bob"}));
+  empty.waitFor("New password for bob: ");
+  empty.type("\n");
+  EXPECT_EQ(WEXITSTATUS(empty.end()), 1);
+
+  OnTerminal ended(command({"reset-password", "bob"}));
+  ended.waitFor("New password for bob: ");
+  ended.type("\x04");
+  EXPECT_EQ(WEXITSTATUS(ended.end()), 1);
+  EXPECT_THAT(served.helper().takeCalls(), IsEmpty());
+}
+
+TEST_F(SecretInputTest, ASignalIsObeyedWithTheEchoBack) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+    // Keeps the terminal open, so that its settings can be seen afterwards.
+    OnTerminal program(command({"reset-password", "bob"}));
+    program.waitFor("New password for bob: ");
+    program.type("half a sec");
+    if (signal == SIGINT) {
+      program.type("\x03");
+    } else {
+      program.signal(signal);
+    }
+    const int status = program.end();
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal) << status;
+    EXPECT_TRUE(program.echoes()) << signal;
+    EXPECT_THAT(program.shown, Not(HasSubstr("sec")));
+  }
+  // A program that was stopped and goes on asks again; its parent is no shell here, so it is not stopped at
+  // all.
+  OnTerminal stopped(command({"reset-password", "bob"}));
+  stopped.waitFor("New password for bob: ");
+  stopped.signal(SIGTSTP);
+  stopped.waitFor("New password for bob: \r\nNew password for bob: ");
+  stopped.type("\n");
+  EXPECT_EQ(WEXITSTATUS(stopped.end()), 1);
+  EXPECT_THAT(served.helper().takeCalls(), IsEmpty());
+}
+
+TEST(SecretInput, WithoutATerminalItSaysHowElse) {
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  FileDescriptor reading(ends[0]);
+  FileDescriptor writing(ends[1]);
+  const pid_t child = fork();
+  if (child == 0) {
+    setsid();
+    dup2(writing.get(), STDERR_FILENO);
+    execl(MOLVANECTL_PROGRAM, MOLVANECTL_PROGRAM, "account", "create", "bob", nullptr);
+    _exit(127);
+  }
+  writing.reset();
+  std::string said;
+  char buffer[512];
+  for (ssize_t count = 0; (count = read(reading.get(), buffer, sizeof buffer)) > 0;) {
+    said.append(buffer, static_cast<std::size_t>(count));
+  }
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(WEXITSTATUS(status), 1);
+  EXPECT_THAT(said, HasSubstr("--password-fd"));
+}
+
+}  // namespace
+}  // namespace molvane::ctl

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "Base/Date.hpp"
+#include "Base/JsonCoding.hpp"
+#include "Platform/FileDescriptor.hpp"
+
+namespace molvane {
+
+/// What is kept about the company administrator. As JSON its date is ISO 8601 text in whole seconds.
+struct CompanyAdminState {
+  std::string name;      ///< short name of the account
+  std::string password;  ///< in clear text
+  Date rotatedAt;        ///< when the helper set that password
+
+  bool operator==(const CompanyAdminState&) const = default;
+};
+void fromJson(const JsonValue& json, CompanyAdminState& state);
+[[nodiscard]] JsonValue toJson(const CompanyAdminState& state);
+
+/// The files of the company administrator in the helper's folder: "company-admin.json" with the state, and
+/// "company-admin.pending.json", of the same form, with the password that is being set and not yet known to
+/// be in force.
+///
+/// Nothing is touched before the first call. The folder is made with mode 0700 and narrowed to it at each
+/// save; a file is 0600 from its first moment and appears whole or not at all. A file is believed only when
+/// it is a regular file of this process's user, in a folder of that user, and nobody else may write to it;
+/// one that others may only read is believed and replaced by one that they cannot. One thread at a time.
+class CompanyAdminFiles {
+ public:
+  explicit CompanyAdminFiles(std::string folder) : folder_(std::move(folder)) {}
+
+  enum class Trust { absent, notBelieved, believed };
+  struct Found {
+    Trust trust = Trust::absent;
+    CompanyAdminState state;  ///< of a believed file
+  };
+
+  /// What there is now. Never throws for what the files are like; writes a line to the log about one that is
+  /// not believed.
+  [[nodiscard]] Found state() const { return read(kStateName); }
+  [[nodiscard]] Found pending() const { return read(kPendingName); }
+
+  /// Puts the file in place; on return it has reached the disk. What stood there and was not believed is set
+  /// aside, beside it. Throws std::system_error, and std::out_of_range for a date outside the years 1 to
+  /// 9999; then what stood there before still does.
+  void saveState(const CompanyAdminState& state) const { write(kStateName, state); }
+  void savePending(const CompanyAdminState& state) const { write(kPendingName, state); }
+
+  /// What cannot be removed stays; the log says so.
+  void removeState() const { remove(kStateName); }
+  void removePending() const { remove(kPendingName); }
+
+  /// Removes what a helper that was killed left half written.
+  void clearUp() const;
+
+ private:
+  static constexpr const char* kStateName = "company-admin.json";
+  static constexpr const char* kPendingName = "company-admin.pending.json";
+
+  /// No descriptor when there is no such folder; throws std::system_error when it is not to be trusted.
+  [[nodiscard]] FileDescriptor openOwnFolder() const;
+  [[nodiscard]] Found read(const char* name) const;
+  void write(const char* name, const CompanyAdminState& state) const;
+  void remove(const char* name) const;
+
+  std::string folder_;
+};
+
+}  // namespace molvane

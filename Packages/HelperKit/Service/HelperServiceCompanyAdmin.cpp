@@ -1,0 +1,48 @@
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "Base/Date.hpp"
+#include "Base/JsonCoding.hpp"
+#include "HelperKit/Service/HelperService.hpp"
+#include "HelperKit/Service/HelperServiceError.hpp"
+
+namespace molvane {
+namespace {
+
+CompanyAdminConfig decoded(const Data& document) {
+  try {
+    return decodedJson<CompanyAdminConfig>({reinterpret_cast<const char*>(document.data()), document.size()});
+  } catch (const DecodingError&) {
+    throw HelperServiceError(HelperServiceErrorCase::badJobSpec, "company admin");
+  }
+}
+
+}  // namespace
+
+void HelperService::applyCompanyAdmin(const Data& configuration,
+                                      const Reply<std::optional<Data>, OptionalError>& reply) {
+  std::string status;
+  try {
+    const CompanyAdminConfig config = decoded(configuration);
+    const MutexLock lock(accountChanges_);
+    status = encodedJson(companyAdmin_->apply(config, Date::now()));
+  } catch (...) {
+    return reply(std::nullopt, replyErrorOfCurrentException());
+  }
+  reply(Data(status.begin(), status.end()), std::nullopt);
+}
+
+void HelperService::companyAdminPassword(
+    const Reply<std::optional<std::string>, std::optional<std::string>, OptionalError>& reply) {
+  std::optional<CompanyAdminKeeper::Credentials> credentials;
+  try {
+    credentials = companyAdmin_->password();
+  } catch (...) {
+    return reply(std::nullopt, std::nullopt, replyErrorOfCurrentException());
+  }
+  if (!credentials) return reply(std::nullopt, std::nullopt, std::nullopt);
+  reply(std::move(credentials->name), std::move(credentials->password), std::nullopt);
+}
+
+}  // namespace molvane
