@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <optional>
 #include <utility>
@@ -101,9 +102,12 @@ class NewImage {
 // Reads the disk chunk by chunk.
 class DiskReader {
  public:
-  DiskReader(const DeviceJob& job, RawDevice& device, const DeviceFacts& facts)
+  // `isOver` says that nobody waits for more.
+  DiskReader(const DeviceJob& job, RawDevice& device, const DeviceFacts& facts,
+             const std::atomic<bool>& isOver)
       : job_(job),
         device_(device),
+        isOver_(isOver),
         total_(facts.sizeBytes),
         blockSize_(blockSizeOf(facts)),
         chunkSize_(wholeBlocks(ChunkBuffer::kChunkSize, blockSize_)) {}
@@ -115,7 +119,8 @@ class DiskReader {
     const std::span<std::byte> bytes = chunk.first(wanted);
     IoResult read = device_.readAt(bytes, offset_);
     if (read.error != 0) {
-      const auto bad = rescueChunk(device_, bytes, offset_, blockSize_, [this] { return job_.isToStop(); });
+      const auto bad =
+          rescueChunk(device_, bytes, offset_, blockSize_, [this] { return isOver_ || job_.isToStop(); });
       if (!bad) return {.error = ECANCELED, .badBlocks = badBlocks_};
       badBlocks_ += *bad;
       read.count = wanted;
@@ -127,6 +132,7 @@ class DiskReader {
  private:
   const DeviceJob& job_;
   RawDevice& device_;
+  const std::atomic<bool>& isOver_;
   const std::int64_t total_;
   const std::size_t blockSize_;
   const std::size_t chunkSize_;
@@ -139,10 +145,14 @@ JobEnd copyDisk(DeviceJob& job, RawDevice& device, const DeviceFacts& facts, New
     image.remove();
     return JobEnd::cancelled();
   };
-  const auto writeFailed = [&](int error) { return JobEnd::failed("Write failed: " + reasonText(error)); };
+  std::atomic<bool> isOver = false;
+  const auto writeFailed = [&](int error) {
+    isOver = true;
+    return JobEnd::failed("Write failed: " + reasonText(error));
+  };
 
   const ChunkBuffer buffer;
-  ChunkStream disk(buffer, DiskReader(job, device, facts));
+  ChunkStream disk(buffer, DiskReader(job, device, facts, isOver));
   std::int64_t offset = 0;
   std::int64_t badBlocks = 0;
   while (offset < facts.sizeBytes) {
