@@ -9,9 +9,9 @@ namespace molvane::ctl {
 CommandGroup pingCommands();
 CommandGroup pathCommands();
 CommandGroup taskCommands();
-CommandGroup deviceCommands();
 CommandGroup accountCommands();
 CommandGroup companyAdminCommands();
+CommandGroup deviceCommands();
 CommandGroup pasteCommands();
 CommandGroup scheduleCommands();
 

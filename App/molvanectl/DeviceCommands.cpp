@@ -1,222 +1,247 @@
+#include "molvanectl/DeviceCommands.hpp"
+
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <optional>
+#include <stdexcept>
 #include <string>
+#include <string_view>
 
+#include "Base/JsonCoding.hpp"
+#include "Base/PathText.hpp"
+#include "Base/Utf8.hpp"
+#include "HelperProtocol/DeviceJobSpec.hpp"
 #include "molvanectl/Commands.hpp"
-#include "molvanectl/DeviceJobCommands.hpp"
+#include "molvanectl/DeviceConfirmation.hpp"
 #include "molvanectl/DeviceJobFollower.hpp"
 #include "molvanectl/OptionSet.hpp"
 
 namespace molvane::ctl {
 namespace {
 
-constexpr std::string_view kEvents =
-    "With --json: one object an event, with the key event: started, progress, log, cancelling, ended.";
+constexpr std::string_view kDiskHelp = "Name of the whole disk, as disk4.";
 
-/// "disk4" also for the device's paths, which is what other tools show.
-std::string diskNamed(std::string name) {
-  constexpr std::string_view kDevices = "/dev/";
-  if (!name.starts_with(kDevices)) return name;
-  name.erase(0, kDevices.size());
+/// The helper knows no current folder of the caller's.
+std::string absolutePath(const std::string& path) {
+  if (path.empty() || isAbsolutePath(path)) return path;
+  std::string absolute = appendingPathComponent(std::filesystem::current_path().string(), path);
+  if (!isValidUtf8(absolute)) throw std::runtime_error("The path of the current folder is not valid UTF-8.");
+  return absolute;
+}
+
+/// "disk4", also of "/dev/disk4" and "/dev/rdisk4".
+std::string diskName(const std::string& disk) {
+  constexpr std::string_view kFolder = "/dev/";
+  if (!disk.starts_with(kFolder)) return disk;
+  std::string name = disk.substr(kFolder.size());
   if (name.starts_with("rdisk")) name.erase(0, 1);
   return name;
 }
 
-// The helper does not know what a path is relative to.
-std::string absolutePath(const std::string& path) {
-  return path.empty() ? path : std::filesystem::absolute(path).string();
+std::uint32_t userIdentifier(const std::string& text) {
+  std::uint32_t value = 0;
+  const char* const end = text.data() + text.size();
+  const std::from_chars_result result = std::from_chars(text.data(), end, value);
+  if (text.empty() || result.ptr != end || result.ec != std::errc()) {
+    throw UsageError("'" + text + "' is no user identifier such as 501");
+  }
+  return value;
 }
 
-class StartCommand : public Command {
+Data documentOf(const DeviceJobSpec& spec) {
+  const std::string text = encodedJson(spec);
+  return {text.begin(), text.end()};
+}
+
+/// A command that starts a job and follows it.
+class JobStartCommand : public Command {
  public:
   void declare(OptionSet& options) override {
-    options.flag("--detach", isDetached_, "Print the job's identifier and leave the job to itself.");
+    options.flag("--detach", detach_, "Print the job's identifier and do not follow it.");
   }
 
   ExitStatus run(Session& session) final {
-    const DeviceJobSpec spec = specification();
-    confirm(session);
-    if (isRefused_) return ExitStatus::failed;
-    const std::optional<std::string> jobID = startJob(spec, session);
-    if (!jobID) return ExitStatus::failed;
-    Output& output = session.output();
-    if (output.json()) output.record({{"event", "started"}, {"job", *jobID}});
-    if (isDetached_) {
-      if (!output.json()) output.text(*jobID);
-      output.remark(
-          "The helper ends two minutes after its last client, and its jobs with it. 'molvanectl device "
-          "watch' keeps it.");
-      return ExitStatus::done;
-    }
-    try {
-      return DeviceJobFollower(session, *jobID, DeviceJobFollower::Interrupt::cancels).follow();
-    } catch (const JobRefusal& refused) {
-      output.error(refused.error());
+    const DeviceJobSpec document = spec();
+    if (const auto name = erases(); name && !confirmErasing(session, *name)) return ExitStatus::failed;
+    // From here on, so that an interruption which comes while the job is being started cancels it.
+    const std::unique_ptr<Waiter> waiter = session.console().makeWaiter();
+    const auto [jobID, error] = session.ask(&MolvaneHelperXPCProtocol::startDeviceJob, documentOf(document));
+    if (error || !jobID || jobID->empty()) {
+      session.output().error(refusal(error));
       return ExitStatus::failed;
     }
+    announce(*jobID, session.output());
+    if (detach_) return ExitStatus::done;
+    return DeviceJobFollower(session, *waiter, *jobID, words()).follow();
   }
 
  protected:
-  [[nodiscard]] virtual DeviceJobSpec specification() const = 0;
+  /// Throws UsageError.
+  [[nodiscard]] virtual DeviceJobSpec spec() const = 0;
+  [[nodiscard]] virtual DeviceJobWords words() const = 0;
 
-  /// For what destroys something: has the person agree by typing `name`. Throws UsageError where there is
-  /// nobody to ask and --yes was not given.
-  void askBefore(Session& session, const std::string& loss, const std::string& name) {
-    if (isAgreed_) return;
-    Output& output = session.output();
-    std::optional<std::string> answer;
-    if (output.errIsTerminal() && !output.json()) {
-      output.prompt(loss + "\nType " + name + " to go on: ");
-      answer = session.person().typedLine();
-      if (answer && *answer != name) {
-        isRefused_ = true;
-        output.error(
-            {std::string(kProgramErrorDomain), static_cast<int>(ExitStatus::failed), "Nothing was done."});
-      }
-    }
-    if (!answer) throw UsageError(loss + " Nobody can be asked here; --yes agrees to it");
-  }
-
-  void declareAgreement(OptionSet& options) {
-    options.flag("--yes", isAgreed_, "Agree to the loss of what is there; otherwise it is asked for.");
-  }
+  /// What loses all that it holds, where that is still to be confirmed.
+  [[nodiscard]] virtual std::optional<std::string> erases() const { return std::nullopt; }
 
  private:
-  virtual void confirm(Session& /*session*/) {}
+  void announce(const std::string& jobID, Output& output) const {
+    if (output.json()) {
+      output.record({{"event", "started"}, {"job", jobID}});
+    } else if (detach_) {
+      output.text(jobID);
+    } else {
+      output.notice("job " + jobID);
+    }
+    if (detach_) output.notice(kJobLifetime);
+  }
 
-  bool isDetached_ = false;
-  bool isAgreed_ = false;
-  bool isRefused_ = false;
+  bool detach_ = false;
 };
 
-class WriteCommand : public StartCommand {
+class WriteCommand final : public JobStartCommand {
  public:
   CommandText text() const override {
-    static const std::string description =
-        "Overwrites a whole external disk with an image, byte for byte, reads it back from the disk and "
-        "compares. "
-        "Unmount the disk's volumes first. Shows how far it is and ends when the job has; the last line has "
-        "the image's "
-        "SHA-256. Ctrl-C cancels, which leaves the disk partly overwritten. " +
-        std::string(kEvents);
-    return {"write", "Write an image onto an external disk", description,
-            "molvanectl device write --yes ~/installer.img disk4"};
+    return {
+        "write", "Write an image onto a whole disk, which erases it",
+        "Has the helper write an image file onto an external disk, read the disk back and compare, then "
+        "prints the SHA-256 of the image. The disk's volumes must be unmounted first. Everything on the "
+        "disk is lost, so its name has to be typed once more, or --yes given. The first Ctrl-C cancels the "
+        "job and waits for its end; the disk then holds a part of the image.",
+        "molvanectl device write installer.img disk4 --yes"};
   }
 
   void declare(OptionSet& options) override {
-    StartCommand::declare(options);
-    options.flag("--no-verify", isUnverified_, "Do not read the disk back.");
-    declareAgreement(options);
-    options.argument("IMAGE", image_,
-                     "The image: .img, .iso, .raw, .dmg or .cdr, byte for byte what the disk is to hold.");
-    options.argument("DISK", disk_, "The whole disk to overwrite, such as disk4.");
+    options.flag("--no-verify", noVerify_, "Do not read the disk back to compare.");
+    options.flag("--yes", yes_, "Do not ask; needed where there is no terminal.");
+    JobStartCommand::declare(options);
+    options.argument("IMAGE", image_, "The image file: .img, .iso, .raw, .dmg or .cdr.");
+    options.argument("DISK", disk_, kDiskHelp);
+  }
+
+ protected:
+  DeviceJobSpec spec() const override {
+    return {WriteImage{absolutePath(image_), diskName(disk_), !noVerify_}};
+  }
+
+  std::optional<std::string> erases() const override {
+    return yes_ ? std::nullopt : std::optional(diskName(disk_));
+  }
+
+  DeviceJobWords words() const override {
+    const std::string disk = diskName(disk_);
+    std::string done = "The image has been written to " + disk;
+    done += noVerify_ ? "; it was not read back." : " and read back: they are the same.";
+    return {"writing", done, disk + " may hold only a part of the image.", false};
   }
 
  private:
-  DeviceJobSpec specification() const override {
-    return {WriteImage{absolutePath(image_), diskNamed(disk_), !isUnverified_}};
-  }
-  void confirm(Session& session) override {
-    askBefore(session,
-              "Everything on " + diskNamed(disk_) + " will be lost: it is overwritten with " + image_ + ".",
-              diskNamed(disk_));
-  }
-
   std::string image_;
   std::string disk_;
-  bool isUnverified_ = false;
+  bool noVerify_ = false;
+  bool yes_ = false;
 };
 
-class ImageCommand : public StartCommand {
+class ImageCommand final : public JobStartCommand {
  public:
   CommandText text() const override {
-    static const std::string description =
-        "Reads a whole disk into a new image file. Blocks that cannot be read become zeros and are counted. "
-        "Unmount the "
-        "disk's volumes first, or the image may hold a file system in the middle of a change. Ctrl-C cancels "
-        "and "
-        "removes the file. " +
-        std::string(kEvents);
-    return {"image", "Read a disk into an image file", description,
-            "molvanectl device image disk4 ~/stick.img"};
+    return {
+        "image", "Read a whole disk into an image file",
+        "Has the helper read a disk into a new file, which belongs to the caller, and prints its SHA-256. "
+        "Blocks that cannot be read become zeros and are counted. The first Ctrl-C cancels the job, which "
+        "removes the file, and waits for its end.",
+        "molvanectl device image disk4 /Users/ann/stick.img"};
   }
 
   void declare(OptionSet& options) override {
-    StartCommand::declare(options);
     options.value("--owner", "UID", owner_,
-                  "User identifier of whom the file is to belong to; you if not given.");
-    options.argument("DISK", disk_, "The whole disk to read, such as disk4.");
-    options.argument("FILE", file_, "The file to create: .dmg, .img or .raw below /Users, /Volumes or /tmp.");
+                  "Identifier of the user that the file is to belong to; 0 is the caller.");
+    JobStartCommand::declare(options);
+    options.argument("DISK", disk_, kDiskHelp);
+    options.argument("DESTINATION", destination_,
+                     "The file to create: .dmg, .img or .raw, below /Users, /Volumes or /tmp.");
+  }
+
+ protected:
+  DeviceJobSpec spec() const override {
+    return {ImageDevice{diskName(disk_), absolutePath(destination_), userIdentifier(owner_)}};
+  }
+
+  DeviceJobWords words() const override {
+    const std::string path = absolutePath(destination_);
+    return {"reading", "The image of " + diskName(disk_) + " is " + path + ".",
+            "What there may be at " + path + " is not the whole disk.", false};
   }
 
  private:
-  DeviceJobSpec specification() const override {
-    return {ImageDevice{diskNamed(disk_), absolutePath(file_), ownerUID()}};
-  }
-  std::uint32_t ownerUID() const {
-    std::uint32_t uid = 0;
-    const char* const end = owner_.data() + owner_.size();
-    const auto [last, error] = std::from_chars(owner_.data(), end, uid);
-    if (error != std::errc() || last != end) throw UsageError("'" + owner_ + "' is no user identifier");
-    return uid;
-  }
-
   std::string disk_;
-  std::string file_;
+  std::string destination_;
   std::string owner_ = "0";
 };
 
-class InstallMediaCommand : public StartCommand {
+class InstallMediaCommand final : public JobStartCommand {
  public:
   CommandText text() const override {
-    static const std::string description =
-        "Has a macOS installer make bootable media of a volume on an external disk, and shows what its tool "
-        "says as it "
-        "says it. The volume is erased. " +
-        std::string(kEvents);
-    return {"install-media", "Make bootable install media", description,
-            "molvanectl device install-media --yes \"$installer\" /Volumes/USB"};
+    return {"install-media", "Turn a volume into bootable install media, which erases it",
+            "Has the helper run the tool of a macOS installer on an external volume and prints what the tool "
+            "says as it comes. Everything on the volume is lost, so its name has to be typed once more, or "
+            "--yes given. The first Ctrl-C stops the tool and waits for its end; the volume is then left as "
+            "the tool left it.",
+            "molvanectl device install-media /Applications/Install.app /Volumes/USB --yes"};
   }
 
   void declare(OptionSet& options) override {
-    StartCommand::declare(options);
-    declareAgreement(options);
-    options.argument("APP", installer_, "The installer, in /Applications.");
-    options.argument("VOLUME", volume_, "The mounted volume to erase, such as /Volumes/USB.");
+    options.flag("--yes", yes_, "Do not ask; needed where there is no terminal.");
+    JobStartCommand::declare(options);
+    options.argument("INSTALLER", installer_, "The installer, an application in /Applications.");
+    options.argument("VOLUME", volume_, "Where the volume is mounted, as /Volumes/USB.");
+  }
+
+ protected:
+  DeviceJobSpec spec() const override {
+    return {CreateInstallMedia{absolutePath(installer_), absolutePath(volume_)}};
+  }
+
+  std::optional<std::string> erases() const override {
+    return yes_ ? std::nullopt : std::optional(lastPathComponent(absolutePath(volume_)));
+  }
+
+  DeviceJobWords words() const override {
+    const std::string path = absolutePath(volume_);
+    return {"running", "The install media are ready: " + path + ".",
+            path + " may have been erased, and may not be bootable."};
   }
 
  private:
-  DeviceJobSpec specification() const override {
-    return {CreateInstallMedia{absolutePath(installer_), absolutePath(volume_)}};
-  }
-  void confirm(Session& session) override {
-    askBefore(session, "Everything on the volume " + volume_ + " will be lost: it is erased.", volume_);
-  }
-
   std::string installer_;
   std::string volume_;
+  bool yes_ = false;
 };
 
-class BackupDestinationCommand : public StartCommand {
+class BackupDestinationCommand final : public JobStartCommand {
  public:
   CommandText text() const override {
-    static const std::string description =
-        "Makes a volume on an external disk the backup destination. It cannot be cancelled. " +
-        std::string(kEvents);
-    return {"backup-destination", "Set the backup destination", description,
+    return {"backup-destination", "Make a volume the destination of Time Machine backups",
+            "Has the helper make an external volume the backup destination and prints what the system's tool "
+            "says. Ctrl-C is passed on, but this job cannot be stopped and comes to its normal end.",
             "molvanectl device backup-destination /Volumes/Backup"};
   }
 
   void declare(OptionSet& options) override {
-    StartCommand::declare(options);
-    options.argument("VOLUME", volume_, "The mounted volume, such as /Volumes/Backup.");
+    JobStartCommand::declare(options);
+    options.argument("VOLUME", volume_, "Where the volume is mounted, as /Volumes/Backup.");
+  }
+
+ protected:
+  DeviceJobSpec spec() const override { return {SetTimeMachineDestination{absolutePath(volume_)}}; }
+
+  DeviceJobWords words() const override {
+    return {"running", "The backup destination is " + absolutePath(volume_) + ".",
+            "Whether the backup destination has changed, the system's settings tell."};
   }
 
  private:
-  DeviceJobSpec specification() const override { return {SetTimeMachineDestination{absolutePath(volume_)}}; }
-
   std::string volume_;
 };
 
@@ -224,12 +249,17 @@ class BackupDestinationCommand : public StartCommand {
 
 CommandGroup deviceCommands() {
   CommandGroup group = groupOf<WriteCommand, ImageCommand, InstallMediaCommand, BackupDestinationCommand>(
-      {"device", "Write, read and prepare whole disks",
-       "Jobs on whole external disks and their volumes, which the helper runs as root. A job belongs to the "
-       "helper: it "
-       "goes on when its client is gone, until the helper exits two minutes after the last one.",
-       "molvanectl device write --yes ~/installer.img disk4"});
-  for (auto& command : deviceJobCommands()) group.commands.push_back(std::move(command));
+      {"device", "Write, image and prepare disks",
+       "Long jobs on disks. A job that is followed shows its progress on standard error: a bar on a "
+       "terminal, "
+       "else lines. With --json its events are objects with the key event: started, status, cancelling, "
+       "ended. "
+       "Ctrl-C cancels the job and waits for its end, a second one leaves at once. The helper ends some time "
+       "after its last client has gone, and a detached job with it.",
+       "molvanectl device write installer.img disk4 --yes"});
+  group.commands.push_back(deviceStatusCommand());
+  group.commands.push_back(deviceWatchCommand());
+  group.commands.push_back(deviceCancelCommand());
   return group;
 }
 

@@ -1,8 +1,8 @@
 #include "molvanectl/DeviceJobFollower.hpp"
 
-#include <algorithm>
-#include <nlohmann/json.hpp>
-#include <optional>
+#include <stdexcept>
+#include <string_view>
+#include <utility>
 
 #include "Base/JsonCoding.hpp"
 
@@ -10,176 +10,122 @@ namespace molvane::ctl {
 namespace {
 
 using Phase = DeviceJobStatus::Phase;
-using std::chrono::milliseconds;
 
-// A short job is seen to its end at once, a long one is asked for four times a second.
-constexpr milliseconds kFirstPause{20};
-constexpr milliseconds kPause{250};
+std::string unreadableBlocksText(std::int64_t count) {
+  return count == 1 ? "1 block could not be read; zeros stand in its place."
+                    : std::to_string(count) + " blocks could not be read; zeros stand in their place.";
+}
 
 }  // namespace
 
-std::optional<std::string> startJob(const DeviceJobSpec& spec, Session& session) {
-  const std::string document = encodedJson(spec);
-  const auto [jobID, error] =
-      session.ask(&MolvaneHelperXPCProtocol::startDeviceJob, Data(document.begin(), document.end()));
-  if (!error && jobID && !jobID->empty()) return jobID;
-  session.output().error(refusal(error));
-  return std::nullopt;
+DeviceJobAnswer askForDeviceJob(Session& session, const std::string& jobID) {
+  const auto [document, error] = session.ask(&MolvaneHelperXPCProtocol::deviceJobStatus, jobID);
+  if (error || !document) return {std::nullopt, refusal(error)};
+  try {
+    return {decodedJson<DeviceJobStatus>({reinterpret_cast<const char*>(document->data()), document->size()}),
+            {}};
+  } catch (const DecodingError& broken) {
+    throw std::runtime_error("What the helper answered about the job " + jobID + " cannot be read: " +
+                             broken.what() + " What has become of the job is not known.");
+  }
 }
 
-DeviceJobStatus statusOf(const std::string& jobID, Session& session) {
-  const auto [document, error] = session.ask(&MolvaneHelperXPCProtocol::deviceJobStatus, jobID);
-  if (error || !document) throw JobRefusal(refusal(error));
-  return decodedJson<DeviceJobStatus>(std::string(document->begin(), document->end()));
+void reportJobError(Output& output, const std::string& jobID, const std::string& description) {
+  output.error({std::string(kProgramErrorDomain), static_cast<int>(ExitStatus::failed), description},
+               {"job", jobID, true});
 }
+
+DeviceJobFollower::DeviceJobFollower(Session& session, Waiter& waiter, std::string jobID,
+                                     std::optional<DeviceJobWords> words)
+    : session_(session),
+      waiter_(waiter),
+      jobID_(std::move(jobID)),
+      guessing_(!words),
+      words_(std::move(words).value_or(DeviceJobWords{})),
+      view_(makeDeviceJobView(session, jobID_)) {}
 
 ExitStatus DeviceJobFollower::follow() {
-  session_.person().catchInterrupts();
-  milliseconds pause = kFirstPause;
-  DeviceJobStatus status;
-  for (;;) {
-    if (hear(status) == Heard::nothing) return ExitStatus::noConnection;
-    show(status);
-    if (status.isTerminal()) return end(status);
-    if (heed()) return leave();
-    session_.person().wait(pause);
-    pause = std::min(pause * 2, kPause);
+  Output& output = session_.output();
+  try {
+    return followToEnd();
+  } catch (const ConnectionError&) {
+    if (!session_.answered()) throw;
+    view_->close();
+    std::string description = "The connection to the helper was lost. What has become of the job " + jobID_ +
+                              " is not known; it may have been broken off.";
+    if (!words_.leftBehind.empty()) description += " " + words_.leftBehind;
+    output.error({std::string(kProgramErrorDomain), static_cast<int>(ExitStatus::noConnection), description},
+                 {"job", jobID_, true});
+    return ExitStatus::noConnection;
+  } catch (const OutputError&) {
+    output.notice("The job " + jobID_ + " is no longer followed. " + std::string(kJobLifetime));
+    throw;
   }
 }
 
-DeviceJobFollower::Heard DeviceJobFollower::hear(DeviceJobStatus& status) {
-  bool isNewConnection = false;
-  for (;;) try {
-      status = statusOf(jobID_, session_);
-      return Heard::status;
-    } catch (const JobRefusal& refused) {
-      if (!isNewConnection) throw;
-      say(ExitStatus::noConnection,
-          "The helper ended and was started again; it knows nothing of the job, which ended with it. What "
-          "the job was "
-          "writing is unfinished. (" +
-              std::string(refused.what()) + ")");
-      return Heard::nothing;
-    } catch (const ConnectionError& lost) {
-      if (!isNewConnection && reconnect()) {
-        isNewConnection = true;
-        continue;
-      }
-      say(ExitStatus::noConnection,
-          "The connection to the helper was lost, and it cannot be reached again. Whether the job still runs "
-          "is not "
-          "known. 'molvanectl device watch " +
-              jobID_ + "' asks. (" + lost.what() + ")");
-      return Heard::nothing;
+ExitStatus DeviceJobFollower::followToEnd() {
+  while (true) {
+    const DeviceJobAnswer answer = askForDeviceJob(session_, jobID_);
+    if (!answer.status) {
+      view_->close();
+      session_.output().error(answer.error, {"job", jobID_, true});
+      return ExitStatus::failed;
     }
+    if (guessing_) guessWords(*answer.status);
+    view_->show(*answer.status, words_, waiter_.now());
+    if (answer.status->isTerminal()) return report(*answer.status);
+    if (!waiter_.wait(kJobLookInterval)) continue;
+    if (++interruptions_ > 1) return left();
+    view_->cancelling(askToCancel());
+  }
 }
 
-bool DeviceJobFollower::reconnect() try {
-  session_.output().remark("The connection to the helper was lost. Connecting again.");
-  session_.reconnect();
-  return true;
-} catch (const ConnectionError&) {
-  return false;
+bool DeviceJobFollower::askToCancel() {
+  const auto [accepted] = session_.ask(&MolvaneHelperXPCProtocol::cancelDeviceJob, jobID_);
+  return accepted;
 }
 
-void DeviceJobFollower::show(const DeviceJobStatus& status) {
-  showLog(status);
-  showProgress(status);
-  shown_ = status;
+ExitStatus DeviceJobFollower::left() {
+  view_->close();
+  reportJobError(session_.output(), jobID_,
+                 "Left the job " + jobID_ +
+                     " before its end. It was asked to stop, but may still run; 'molvanectl " +
+                     "device watch " + jobID_ + "' follows it. " + std::string(kJobLifetime));
+  return ExitStatus::failed;
 }
 
-void DeviceJobFollower::showLog(const DeviceJobStatus& status) {
-  std::size_t end = status.log.size();
-  // The sentence that the job failed with also ends its log; it is said as an error.
-  if (status.error && status.log.ends_with(*status.error + "\n")) end -= status.error->size() + 1;
-  if (end <= logShown_) return;
-  const std::string text = status.log.substr(logShown_, end - logShown_);
-  logShown_ = end;
+ExitStatus DeviceJobFollower::report(const DeviceJobStatus& status) {
+  view_->close();
   Output& output = session_.output();
-  if (output.json()) {
-    output.record({{"event", "log"}, {"job", jobID_}, {"text", text}});
-    return;
-  }
-  output.piece(text);
-  isLineOpen_ = text.back() != '\n';
-}
-
-void DeviceJobFollower::showProgress(const DeviceJobStatus& status) {
-  Output& output = session_.output();
-  progress_.add(status, session_.person().now());
-  if (output.json()) {
-    if (shown_ && shown_->phase == status.phase && shown_->bytesDone == status.bytesDone &&
-        shown_->badBlocks == status.badBlocks) {
-      return;
-    }
-    output.record({{"event", "progress"},
-                   {"job", jobID_},
-                   {"phase", rawValue(status.phase)},
-                   {"bytesDone", status.bytesDone},
-                   {"bytesTotal", status.bytesTotal},
-                   {"badBlocks", status.badBlocks}});
-    return;
-  }
-  // Where the amount is not known, what the tool says is the progress.
-  if (status.isTerminal() || !progress_.isMeasured()) return;
-  if (output.errIsTerminal()) {
-    output.bar(progress_.bar());
-  } else if (const std::optional<std::string> line = progress_.nextLine()) {
-    output.text(*line);
-  }
-}
-
-ExitStatus DeviceJobFollower::end(const DeviceJobStatus& status) {
-  Output& output = session_.output();
-  if (output.json()) {
-    Record record{{"event", "ended"}, {"job", jobID_}, {"phase", rawValue(status.phase)}};
-    if (status.sha256) record["sha256"] = *status.sha256;
-    if (status.error) record["error"] = *status.error;
-    record["badBlocks"] = status.badBlocks;
-    output.record(record);
-  }
-  if (isLineOpen_) output.piece("\n");
   switch (status.phase) {
     case Phase::finished:
-      return ExitStatus::done;
+      break;
     case Phase::cancelled:
-      return say(ExitStatus::failed, "The job was cancelled.");
+      fail("The job was cancelled.", words_.leftBehind);
+      return ExitStatus::failed;
     default:
-      return say(ExitStatus::failed, status.error.value_or("The job failed and gave no reason."));
+      fail(status.error.value_or("The job failed and gave no reason."), words_.leftBehind);
+      return ExitStatus::failed;
   }
+  if (interruptions_ > 0) output.notice("The job was to be cancelled, but it came to its normal end.");
+  if (output.json()) return ExitStatus::done;
+  output.text(words_.done);
+  if (status.badBlocks > 0) output.text(unreadableBlocksText(status.badBlocks));
+  if (status.sha256) output.text("SHA-256 " + *status.sha256);
+  return ExitStatus::done;
 }
 
-bool DeviceJobFollower::heed() {
-  const int count = session_.person().interrupts();
-  if (count == interruptsHeeded_) return false;
-  if (interrupt_ == Interrupt::leaves || hasAskedToCancel_) return true;
-  Output& output = session_.output();
-  if (output.json()) output.record({{"event", "cancelling"}, {"job", jobID_}});
-  output.remark("Cancelling, and waiting for the job to end. Ctrl-C again leaves it to itself.");
-  try {
-    static_cast<void>(session_.ask(&MolvaneHelperXPCProtocol::cancelDeviceJob, jobID_));
-  } catch (const ConnectionError&) {
-    return false;  // asked again when the next status has come, if one comes
-  }
-  hasAskedToCancel_ = true;
-  interruptsHeeded_ = count;
-  return count > 1;
+void DeviceJobFollower::fail(const std::string& description, const std::string& note) {
+  reportJobError(session_.output(), jobID_, description);
+  if (!note.empty()) session_.output().notice(note);
 }
 
-ExitStatus DeviceJobFollower::leave() {
-  const std::string again = "'molvanectl device watch " + jobID_ + "' follows it again.";
-  if (hasAskedToCancel_) {
-    return say(ExitStatus::failed, "Left before the job had ended. It has been asked to stop; " + again);
+void DeviceJobFollower::guessWords(const DeviceJobStatus& status) {
+  if (status.log.starts_with("Writing ")) {
+    words_ = {"writing", "The image has been written.", "The disk may hold only a part of the image.", false};
+  } else if (status.log.starts_with("Reading ")) {
+    words_ = {"reading", "The disk has been read.", {}, false};
   }
-  return say(
-      ExitStatus::failed,
-      "Left before the job had ended. It goes on, for two minutes at least if nobody else is connected; " +
-          again);
-}
-
-ExitStatus DeviceJobFollower::say(ExitStatus status, const std::string& sentence) {
-  session_.output().error({std::string(kProgramErrorDomain), static_cast<int>(status), sentence});
-  return status;
 }
 
 }  // namespace molvane::ctl

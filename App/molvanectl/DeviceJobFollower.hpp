@@ -1,70 +1,60 @@
 #pragma once
 
-#include <cstddef>
+#include <chrono>
+#include <memory>
+#include <optional>
 #include <string>
 
-#include "HelperProtocol/DeviceJobSpec.hpp"
 #include "HelperProtocol/DeviceJobStatus.hpp"
 #include "molvanectl/Command.hpp"
-#include "molvanectl/DeviceProgress.hpp"
+#include "molvanectl/DeviceJobView.hpp"
+#include "molvanectl/DeviceJobWords.hpp"
 #include "molvanectl/Session.hpp"
 
 namespace molvane::ctl {
 
-/// Starts the job and returns its identifier; nothing when the helper refused, which has been reported then.
-std::optional<std::string> startJob(const DeviceJobSpec& spec, Session& session);
+/// How often a job that is followed is looked at.
+inline constexpr std::chrono::milliseconds kJobLookInterval{250};
 
-/// What the helper says about a job. Throws JobRefusal when it says no, ConnectionError.
-DeviceJobStatus statusOf(const std::string& jobID, Session& session);
-
-/// The helper refused to tell about a job: in all likelihood it does not know it.
-class JobRefusal : public std::runtime_error {
- public:
-  explicit JobRefusal(NSError error)
-      : std::runtime_error(error.localizedDescription), error_(std::move(error)) {}
-
-  [[nodiscard]] const NSError& error() const noexcept { return error_; }
-
- private:
-  NSError error_;
+/// What the helper answers about a job. Throws ConnectionError, and std::runtime_error for a document that is
+/// no status; an error of the helper's is in the answer.
+struct DeviceJobAnswer {
+  std::optional<DeviceJobStatus> status;
+  NSError error;  ///< where there is no status
 };
+[[nodiscard]] DeviceJobAnswer askForDeviceJob(Session& session, const std::string& jobID);
 
-/// Follows a job to its end and shows it: what it logs as it comes, and how far it is.
+/// Reports an error about a job.
+void reportJobError(Output& output, const std::string& jobID, const std::string& description);
+
+/// Follows a job to its end over the session's one connection, which keeps the helper from ending.
+///
+/// The first interruption asks the helper to cancel the job and goes on waiting for its end; the second one
+/// stops the following.
 class DeviceJobFollower {
  public:
-  /// What the first Ctrl-C means. The second always leaves the job to itself.
-  enum class Interrupt { cancels, leaves };
+  /// Without `words` they are guessed from the job's log. All but the words must outlive this object.
+  DeviceJobFollower(Session& session, Waiter& waiter, std::string jobID, std::optional<DeviceJobWords> words);
 
-  DeviceJobFollower(Session& session, std::string jobID, Interrupt interrupt)
-      : session_(session), jobID_(std::move(jobID)), interrupt_(interrupt) {}
-
-  /// `done` for a job that finished. A connection that is lost is made again once for each time that it is
-  /// lost; where that does not help, what is known has been said and the status is noConnection.
+  /// Says everything that is to be said, and how the program ends: done for a job that finished, whether it
+  /// was to be cancelled or not. Throws OutputError.
   ExitStatus follow();
 
  private:
-  enum class Heard { status, nothing };
-
-  Heard hear(DeviceJobStatus& status);
-  bool reconnect();
-  void show(const DeviceJobStatus& status);
-  void showLog(const DeviceJobStatus& status);
-  void showProgress(const DeviceJobStatus& status);
-  ExitStatus end(const DeviceJobStatus& status);
-  /// True when the person wants to leave.
-  bool heed();
-  ExitStatus leave();
-  ExitStatus say(ExitStatus status, const std::string& sentence);
+  ExitStatus followToEnd();
+  ExitStatus left();
+  ExitStatus report(const DeviceJobStatus& status);
+  void fail(const std::string& description, const std::string& note);
+  bool askToCancel();
+  void guessWords(const DeviceJobStatus& status);
 
   Session& session_;
-  const std::string jobID_;
-  const Interrupt interrupt_;
-  DeviceProgress progress_;
-  std::size_t logShown_ = 0;
-  bool isLineOpen_ = false;
-  std::optional<DeviceJobStatus> shown_;
-  int interruptsHeeded_ = 0;
-  bool hasAskedToCancel_ = false;
+  Waiter& waiter_;
+  std::string jobID_;
+  bool guessing_;
+  DeviceJobWords words_;
+  std::unique_ptr<DeviceJobView> view_;
+  int interruptions_ = 0;
 };
 
 }  // namespace molvane::ctl

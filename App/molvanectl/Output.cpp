@@ -1,15 +1,11 @@
 #include "molvanectl/Output.hpp"
 
 #include <nlohmann/json.hpp>
-#include <utility>
 
 #include "molvanectl/TerminalText.hpp"
 
 namespace molvane::ctl {
 namespace {
-
-// Of a terminal's line, from where the cursor stands.
-constexpr std::string_view kClearToEnd = "\x1b[K";
 
 std::string asLine(const Record& object, bool terminal) {
   return object.dump(-1, ' ', terminal, Record::error_handler_t::replace) + "\n";
@@ -36,7 +32,6 @@ void Output::text(std::string_view text) {
 
 void Output::preparedText(std::string_view text) {
   if (text.empty()) return;
-  clearBar();
   std::string lines(text);
   if (lines.back() != '\n') lines += '\n';
   streams_.out.write(lines);
@@ -55,40 +50,38 @@ void Output::error(const NSError& error, const Item& item) {
   report("molvanectl: " + (clear ? "" : item.text + ": ") + asText(error));
 }
 
+void Output::notice(std::string_view text) {
+  if (!json_) report("molvanectl: " + std::string(text));
+}
+
+void Output::piece(std::string_view text) { streams_.out.write(text); }
+
+void Output::redraw(std::string_view line) {
+  try {
+    streams_.err.write("\r" + std::string(line) + "\x1b[K");
+  } catch (const OutputError&) {
+    // As below.
+  }
+}
+
 void Output::remark(std::string_view text) {
   if (!json_ && streams_.errIsTerminal) report("molvanectl: " + std::string(text));
 }
 
-void Output::piece(std::string_view text) {
-  clearBar();
-  streams_.out.write(streams_.outIsTerminal ? visibleText(text) : std::string(text));
-}
-
-void Output::bar(std::string_view line) {
-  writeToErr("\r" + visibleText(line) + std::string(kClearToEnd));
-  isBarDrawn_ = true;
-}
-
-void Output::prompt(std::string_view question) { writeToErr(visibleText(question)); }
-
 void Output::report(const std::string& line) {
-  clearBar();
-  writeToErr((streams_.errIsTerminal ? visibleText(line) : line) + "\n");
-}
-
-void Output::report(const Record& object) { writeToErr(asLine(object, streams_.errIsTerminal)); }
-
-void Output::writeToErr(const std::string& text) {
   try {
-    streams_.err.write(text);
+    streams_.err.write((streams_.errIsTerminal ? visibleText(line) : line) + "\n");
   } catch (const OutputError&) {
     // There is no other place to say it.
   }
 }
 
-void Output::clearBar() {
-  if (!std::exchange(isBarDrawn_, false)) return;
-  writeToErr("\r" + std::string(kClearToEnd));
+void Output::report(const Record& object) {
+  try {
+    streams_.err.write(asLine(object, streams_.errIsTerminal));
+  } catch (const OutputError&) {
+    // As above.
+  }
 }
 
 }  // namespace molvane::ctl

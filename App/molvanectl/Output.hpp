@@ -52,18 +52,6 @@ class Output {
   /// to a terminal as it is.
   void preparedText(std::string_view text);
 
-  /// Writes a piece of text that need be no whole line to standard output.
-  void piece(std::string_view text);
-
-  [[nodiscard]] bool errIsTerminal() const { return streams_.errIsTerminal; }
-
-  /// Draws a line on the terminal at standard error in place of the one drawn before. Whatever is written
-  /// next takes its place.
-  void bar(std::string_view line);
-
-  /// Asks a person something on the terminal at standard error, where the answer is typed behind it.
-  void prompt(std::string_view question);
-
   /// Writes one object to standard output, on one line.
   void record(const Record& object);
 
@@ -76,18 +64,27 @@ class Output {
   /// the description does not mention it.
   void error(const NSError& error, const Item& item);
 
+  /// Something that who follows should know, on standard error as an error is; not written with JSON.
+  void notice(std::string_view text);
+
+  [[nodiscard]] bool errIsTerminal() const { return streams_.errIsTerminal; }
+
+  /// Writes `text` to standard output byte for byte and adds nothing. Not for a terminal.
+  void piece(std::string_view text);
+
+  /// Puts `line`, in which the caller has made everything harmless, in place of the line where the cursor of
+  /// the terminal at standard error stands; empty text leaves an empty line.
+  void redraw(std::string_view line);
+
   /// A remark to a person who watches; not written where standard error is no terminal, nor with JSON.
   void remark(std::string_view text);
 
  private:
   void report(const std::string& line);
   void report(const Record& object);
-  void writeToErr(const std::string& text);
-  void clearBar();
 
   Streams streams_;
   bool json_ = false;
-  bool isBarDrawn_ = false;
 };
 
 }  // namespace molvane::ctl

@@ -6,17 +6,12 @@
 
 namespace molvane::ctl {
 
-Session::Session(Output& output, Person& person, ConnectionFactory connect, std::string socketPath)
-    : output_(output), person_(person), connect_(std::move(connect)), socketPath_(std::move(socketPath)) {}
+Session::Session(Output& output, Console& console, ConnectionFactory connect, std::string socketPath)
+    : output_(output), console_(console), connect_(std::move(connect)), socketPath_(std::move(socketPath)) {}
 
 MolvaneHelperXPCProtocol& Session::helper() {
   if (helper_ == nullptr) helper_ = connect_(socketPath_);
   return *helper_;
-}
-
-void Session::reconnect() {
-  helper_.reset();
-  helper();
 }
 
 NSError refusal(const OptionalError& error) {

@@ -9,8 +9,8 @@
 
 #include "HelperProtocol/Connection.hpp"
 #include "HelperProtocol/HelperXPCProtocol.hpp"
+#include "molvanectl/Console.hpp"
 #include "molvanectl/Output.hpp"
-#include "molvanectl/Person.hpp"
 
 namespace molvane::ctl {
 
@@ -18,20 +18,18 @@ namespace molvane::ctl {
 using ConnectionFactory =
     std::function<std::unique_ptr<MolvaneHelperXPCProtocol>(const std::string& socketPath)>;
 
-/// What a running command works with: the output, the person, and the helper, connected to when first asked.
+/// What a running command works with: the output, the console, and the helper, connected to when first asked.
 class Session {
  public:
-  Session(Output& output, Person& person, ConnectionFactory connect, std::string socketPath);
+  /// `output` and `console` must outlive this object.
+  Session(Output& output, Console& console, ConnectionFactory connect, std::string socketPath);
 
   [[nodiscard]] Output& output() { return output_; }
-  [[nodiscard]] Person& person() { return person_; }
+  [[nodiscard]] Console& console() { return console_; }
 
   /// Whether a connection has been made, and whether the helper has answered anything on it.
   [[nodiscard]] bool connected() const { return helper_ != nullptr; }
   [[nodiscard]] bool answered() const { return answered_; }
-
-  /// Gives up the connection and makes a new one. Throws ConnectionError.
-  void reconnect();
 
   /// Calls a method of the helper and returns what it answered with, as a tuple. Throws ConnectionError.
   template <typename... Values>
@@ -59,7 +57,7 @@ class Session {
   }
 
   Output& output_;
-  Person& person_;
+  Console& console_;
   ConnectionFactory connect_;
   std::string socketPath_;
   std::unique_ptr<MolvaneHelperXPCProtocol> helper_;

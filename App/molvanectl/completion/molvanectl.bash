@@ -3,7 +3,7 @@
 # list of tasks, so that there is no second list to keep. It never asks the helper.
 
 # Reads the help of the command that the given words name into the caller's variables: `depth` (words of the command's
-# name), `commands`, `arguments` (placeholders), `values` (placeholder by option, empty for a switch).
+# name), `commands`, `arguments` (their placeholders), `values` (placeholder by option, empty for a switch).
 _molvanectl_read_help() {
   local line section=
   while IFS= read -r line; do
@@ -15,12 +15,20 @@ _molvanectl_read_help() {
       section=${BASH_REMATCH[1]}
     elif [[ $section == Commands && $line =~ ^\ \ ([a-z-]+) ]]; then
       commands+=("${BASH_REMATCH[1]}")
-    elif [[ $section == Arguments && $line =~ ^\ \ ([A-Z.]+)(\ |$) ]]; then
+    elif [[ $section == Arguments && $line =~ ^\ \ ([A-Z.]+) ]]; then
       arguments+=("${BASH_REMATCH[1]}")
     elif [[ $section == Options && $line =~ ^\ +(-.,\ )?(--[a-z-]+)(\ ([A-Z]+))?(\ \ |$) ]]; then
       values[${BASH_REMATCH[2]}]=${BASH_REMATCH[4]}
     fi
   done < <("$@" --help 2>/dev/null)
+}
+
+# The names of the whole disks that there are devices of.
+_molvanectl_disks() {
+  local device
+  for device in /dev/disk*; do
+    if [[ $device =~ ^/dev/(disk[0-9]+)$ ]]; then echo "${BASH_REMATCH[1]}"; fi
+  done
 }
 
 _molvanectl() {
@@ -63,11 +71,14 @@ _molvanectl() {
   elif [[ $given -eq $depth && ${#commands[@]} -gt 0 ]]; then
     kind=COMMAND
   elif [[ ${#arguments[@]} -gt 0 && $given -ge $depth ]]; then
-    # The last one may stand for all that follow.
-    local which=$((given - depth)) last=$((${#arguments[@]} - 1))
-    if [[ $which -gt $last && ${arguments[last]} == *... ]]; then which=$last; fi
-    kind=${arguments[which]-}
-    kind=${kind%...}
+    local -i place=$((given - depth)) last=$((${#arguments[@]} - 1))
+    if ((place <= last)); then
+      kind=${arguments[place]%...}
+    elif [[ ${arguments[last]} == *... ]]; then
+      kind=${arguments[last]%...}
+    else
+      kind=NOTHING
+    fi
   fi
 
   COMPREPLY=()
@@ -75,8 +86,8 @@ _molvanectl() {
     COMMAND) mapfile -t COMPREPLY < <(compgen -W "${commands[*]}" -- "$current") ;;
     OPTION) mapfile -t COMPREPLY < <(compgen -W "${!values[*]}" -- "$current") ;;
     ID) mapfile -t COMPREPLY < <(compgen -W "$("$program" task list --ids 2>/dev/null)" -- "$current") ;;
-    DISK) mapfile -t COMPREPLY < <(compgen -W "$(cd /dev && compgen -G 'disk*' | grep -x 'disk[0-9]*')" -- "$current") ;;
-    PATH | IMAGE | FILE | APP | VOLUME)
+    DISK) mapfile -t COMPREPLY < <(compgen -W "$(_molvanectl_disks)" -- "$current") ;;
+    PATH | IMAGE | DESTINATION | INSTALLER | VOLUME)
       compopt -o filenames 2>/dev/null
       mapfile -t COMPREPLY < <(compgen -f -- "$current")
       ;;

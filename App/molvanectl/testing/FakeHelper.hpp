@@ -1,15 +1,13 @@
 #pragma once
 
-#include <algorithm>
+#include <deque>
 #include <map>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "Base/JsonCoding.hpp"
 #include "HelperProtocol/Connection.hpp"
-#include "HelperProtocol/DeviceJobStatus.hpp"
 #include "HelperProtocol/testing/RecordingHelper.hpp"
 
 namespace molvane::ctl {
@@ -19,7 +17,6 @@ struct FakeHelperState {
   std::map<std::string, std::int64_t> sizes;  ///< paths that exist; removing takes them out
   std::map<std::string, NSError> refusals;    ///< by path or task identifier
   std::map<std::string, std::pair<bool, std::string>> tasks;
-  std::map<std::string, NSError> refusalsAfterLoss;  ///< what a helper that was started again refuses
   /// Answers of the account methods; documents as text.
   std::optional<std::string> accounts;
   std::optional<std::string> accountRefusal;
@@ -27,14 +24,13 @@ struct FakeHelperState {
   std::optional<std::pair<std::string, std::string>> companyAdmin;  ///< name and password
   OptionalError accountError;
   std::vector<std::string> documents;  ///< sent to the account methods
-  std::vector<std::string> calls;      ///< method and argument of each call
+  std::string startedJob;              ///< what starting a device job answers; none if empty
+  /// By job: what each call for its status answers with, the last for good. Unknown jobs are refused.
+  std::map<std::string, std::deque<std::string>> jobs;
+  bool cancels = true;
+  std::vector<std::string> calls;  ///< method and argument of each call
   int connections = 0;
-  int callsUntilLost = -1;  ///< the call that loses the connection, once; none if negative
-
-  std::string jobID = "JOB";                 ///< of every job that is started
-  std::vector<DeviceJobStatus> statuses;     ///< of that job, one a question; the last one stays
-  std::vector<DeviceJobStatus> afterCancel;  ///< what follows when it was asked to stop, if anything
-  std::size_t questions = 0;
+  int callsUntilLost = -1;  ///< the call that loses the connection; none if negative
 };
 
 /// A helper in this process that answers for a FakeHelperState; what the state knows nothing of is answered
@@ -69,24 +65,22 @@ class FakeHelper : public testing::RecordingHelper {
   void startDeviceJob(const Data& spec,
                       const Reply<std::optional<std::string>, OptionalError>& reply) override {
     note("start " + std::string(spec.begin(), spec.end()));
-    if (const OptionalError error = refusalFor("start")) return reply("", error);
-    reply(state_.jobID, std::nullopt);
+    if (const OptionalError error = refusalFor("start")) return reply(std::nullopt, error);
+    reply(state_.startedJob.empty() ? std::nullopt : std::optional(state_.startedJob), std::nullopt);
   }
   void deviceJobStatus(const std::string& jobID,
                        const Reply<std::optional<Data>, OptionalError>& reply) override {
     note("status " + jobID);
-    if (const OptionalError error = refusalFor(jobID)) return reply(std::nullopt, error);
-    const std::size_t which = std::min(state_.questions++, state_.statuses.size() - 1);
-    const std::string document = encodedJson(state_.statuses.at(which));
-    reply(Data(document.begin(), document.end()), std::nullopt);
+    std::deque<std::string>& answers = state_.jobs[jobID];
+    if (answers.empty())
+      return reply(std::nullopt, NSError{"com.molvane.helper", 8, "Unknown job: " + jobID});
+    const std::string text = answers.front();
+    if (answers.size() > 1) answers.pop_front();
+    reply(Data(text.begin(), text.end()), std::nullopt);
   }
   void cancelDeviceJob(const std::string& jobID, const Reply<bool>& reply) override {
     note("cancel " + jobID);
-    if (!state_.afterCancel.empty()) {
-      state_.statuses = state_.afterCancel;
-      state_.questions = 0;
-    }
-    reply(jobID == state_.jobID);
+    reply(state_.cancels);
   }
 
   void manageLocalAccount(
@@ -116,11 +110,8 @@ class FakeHelper : public testing::RecordingHelper {
   }
 
   void note(std::string call) {
-    if (state_.callsUntilLost == static_cast<int>(state_.calls.size())) {
-      state_.callsUntilLost = -1;
-      state_.refusals.merge(state_.refusalsAfterLoss);
+    if (state_.callsUntilLost == static_cast<int>(state_.calls.size()))
       throw ConnectionError("reset by peer");
-    }
     state_.calls.push_back(std::move(call));
   }
 
