@@ -90,7 +90,7 @@ TEST_F(DeviceJobs, HelperThatDiesIsToldOf) {
   disk.tell("");
   const Outcome outcome = client.wait();
   EXPECT_EQ(outcome.status, 3) << testing::PrintToString(outcome);
-  EXPECT_THAT(outcome.err, testing::HasSubstr("it knows nothing of the job"));
+  EXPECT_THAT(outcome.err, testing::HasSubstr("The connection to the helper was lost."));
 }
 
 TEST_F(DeviceJobs, PersonAtATerminalIsAskedAndSeesABar) {
@@ -100,22 +100,20 @@ TEST_F(DeviceJobs, PersonAtATerminalIsAskedAndSeesABar) {
   const std::vector<std::string> command = {kClient, "device", "write", image, "disk7"};
   {
     Terminal terminal(command, kAnn);
-    terminal.answer(
-        "Everything on disk7 will be lost: it is overwritten with " + image + ".\nType disk7 to go on: ",
-        "disk8");
+    terminal.answer("molvanectl: Everything on disk7 will be erased. Type disk7 to go on.", "disk8");
     const Outcome outcome = terminal.wait();
     EXPECT_EQ(outcome.status, 1);
-    EXPECT_THAT(outcome.out, testing::EndsWith("Nothing was done.\n"));
+    EXPECT_THAT(outcome.out, testing::EndsWith("Nothing was started.\n"));
     EXPECT_TRUE(disk.content() == std::string(16 * kMiB, '\0'));
   }
   disk.tell("hold-writes 8192");
   Terminal terminal(command, kAnn);
-  terminal.answer("to go on: ", "disk7");
-  terminal.waitFor("Copying   [##########..........]  50%  4.19 MB of 8.39 MB");
+  terminal.answer("to go on.", "disk7");
+  terminal.waitFor(" 50%");
   disk.tell("");
   const Outcome outcome = terminal.wait();
   EXPECT_EQ(outcome.status, 0) << testing::PrintToString(outcome);
-  EXPECT_THAT(outcome.out, testing::EndsWith("Done. SHA-256 " + sha256(readFile(image)) + "\n"));
+  EXPECT_THAT(outcome.out, testing::EndsWith("\nSHA-256 " + sha256(readFile(image)) + "\n"));
 }
 
 TEST_F(DeviceJobs, UnknownJobsAndDocumentsThatAreNone) {
