@@ -9,6 +9,8 @@ std::vector<CommandGroup> allCommands() {
   groups.push_back(pingCommands());
   groups.push_back(pathCommands());
   groups.push_back(taskCommands());
+  groups.push_back(appCommands());
+  groups.push_back(packageCommands());
   groups.push_back(pasteCommands());
   groups.push_back(scheduleCommands());
   return groups;

@@ -9,6 +9,8 @@ namespace molvane::ctl {
 CommandGroup pingCommands();
 CommandGroup pathCommands();
 CommandGroup taskCommands();
+CommandGroup appCommands();
+CommandGroup packageCommands();
 CommandGroup pasteCommands();
 CommandGroup scheduleCommands();
 

@@ -15,7 +15,8 @@ struct FakeHelperState {
   std::map<std::string, std::int64_t> sizes;  ///< paths that exist; removing takes them out
   std::map<std::string, NSError> refusals;    ///< by path or task identifier
   std::map<std::string, std::pair<bool, std::string>> tasks;
-  std::vector<std::string> calls;  ///< method and argument of each call
+  std::map<std::string, std::string> installable;  ///< what installing the path answers
+  std::vector<std::string> calls;                  ///< method and argument of each call
   int connections = 0;
   int callsUntilLost = -1;  ///< the call that loses the connection; none if negative
 };
@@ -50,7 +51,32 @@ class FakeHelper : public testing::RecordingHelper {
     reply(succeeded, transcript, std::nullopt);
   }
 
+  void removeApplication(const std::string& path, const Reply<bool, OptionalError>& reply) override {
+    note("remove application " + path);
+    if (const OptionalError error = refusalFor(path)) return reply(false, error);
+    reply(state_.sizes.erase(path) > 0, std::nullopt);
+  }
+  void installPackage(const std::string& path,
+                      const Reply<bool, std::string, OptionalError>& reply) override {
+    install("install package " + path, path, reply);
+  }
+  void installUnverifiedPackage(const std::string& path,
+                                const Reply<bool, std::string, OptionalError>& reply) override {
+    install("install unverified package " + path, path, reply);
+  }
+  void installApplication(const std::string& path,
+                          const Reply<bool, std::string, OptionalError>& reply) override {
+    install("install application " + path, path, reply);
+  }
+
  private:
+  void install(const std::string& call, const std::string& path,
+               const Reply<bool, std::string, OptionalError>& reply) {
+    note(call);
+    if (const OptionalError error = refusalFor(path)) return reply(false, "", error);
+    reply(true, state_.installable.at(path), std::nullopt);
+  }
+
   void note(std::string call) {
     if (state_.callsUntilLost == static_cast<int>(state_.calls.size()))
       throw ConnectionError("reset by peer");
