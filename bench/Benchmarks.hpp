@@ -9,6 +9,7 @@ namespace molvane::bench {
 // Every benchmark file defines one function here and main.cpp lists it. A function makes what it needs in
 // temporary folders, leaves nothing behind, and throws when it cannot measure.
 
+std::vector<Comparison> benchApplications();
 std::vector<Comparison> benchChildProcess();
 std::vector<Comparison> benchConnection();
 std::vector<Comparison> benchCore();

@@ -18,7 +18,8 @@ struct Benchmark {
 };
 
 const std::vector<Benchmark>& benchmarks() {
-  static const std::vector<Benchmark> all = {{"child-process", benchChildProcess},
+  static const std::vector<Benchmark> all = {{"applications", benchApplications},
+                                             {"child-process", benchChildProcess},
                                              {"connection", benchConnection},
                                              {"core", benchCore},
                                              {"daemon", benchDaemon},
