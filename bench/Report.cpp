@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <ostream>
 #include <stdexcept>
@@ -20,8 +21,10 @@ void printTable(std::ostream& out, const std::vector<Comparison>& rows) {
   out << "| benchmark | ours | peer | unit | ratio | at most | met |\n"
          "|---|---:|---:|---|---:|---:|---|\n";
   for (const Comparison& row : rows) {
-    out << fmt::format("| {} | {:.2f} | {:.2f} | {} | {:.2f} | {:.2f} | {} |\n", row.name, row.ours, row.peer,
-                       row.unit, row.ratio(), row.atMost, row.met() ? "yes" : "**no**");
+    const bool hasTarget = std::isfinite(row.atMost);
+    out << fmt::format("| {} | {:.2f} | {:.2f} | {} | {:.2f} | {} | {} |\n", row.name, row.ours, row.peer,
+                       row.unit, row.ratio(), hasTarget ? fmt::format("{:.2f}", row.atMost) : "-",
+                       hasTarget ? (row.met() ? "yes" : "**no**") : "-");
   }
 }
 

@@ -13,7 +13,7 @@ struct Comparison {
   double ours = 0;    ///< our cost
   double peer = 0;    ///< the peer's cost, above 0
   std::string unit;   ///< of both figures, such as "ms" or "MiB"
-  double atMost = 1;  ///< the target: the largest ratio ours / peer that is good enough
+  double atMost = 1;  ///< the target: the largest ratio ours / peer that is good enough; infinite without one
 
   [[nodiscard]] double ratio() const { return ours / peer; }
   [[nodiscard]] bool met() const { return ratio() <= atMost; }

@@ -63,8 +63,14 @@ int helperMain() try {
   listener->setDelegate(*delegate);
   listener->resume();
   logLine("MolvaneHelper listening on " + std::string(HelperIdentity::machServiceName));
-
   mainLoop.run();
+
+  // A client that was accepted while the process made up its mind is served. One that still waits is the
+  // service manager's, which starts the helper again for it.
+  for (listener->suspend(); !delegate->isIdle(); listener->suspend()) {
+    listener->resume();
+    mainLoop.run();
+  }
   return EXIT_SUCCESS;
 } catch (const std::exception& error) {
   logLine(std::string("MolvaneHelper: cannot start: ") + error.what());

@@ -63,11 +63,13 @@ void HelperXPCListenerDelegate::scheduleIdleExit() {
   });
 }
 
+bool HelperXPCListenerDelegate::isIdle() const {
+  const MutexLock hold(lock_);
+  return liveConnections_ == 0;
+}
+
 void HelperXPCListenerDelegate::exitIfIdle() {
-  {
-    const MutexLock hold(lock_);
-    if (liveConnections_ != 0) return;
-  }
+  if (!isIdle()) return;
   logLine("MolvaneHelper: idle, exiting");
   process_.exit();
 }

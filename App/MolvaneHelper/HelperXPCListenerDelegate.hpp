@@ -38,6 +38,9 @@ class HelperXPCListenerDelegate final : public ListenerDelegate,
   /// Arms the idle exit afresh: idle period from now the process ends, unless a connection has come by then.
   void scheduleIdleExit() EXCLUDES(lock_);
 
+  /// Whether no connection lives at this moment.
+  [[nodiscard]] bool isIdle() const EXCLUDES(lock_);
+
  private:
   [[nodiscard]] bool acceptsPeer(PeerConnection& connection) const;
   void connectionOpened() EXCLUDES(lock_);
@@ -47,7 +50,7 @@ class HelperXPCListenerDelegate final : public ListenerDelegate,
   const std::shared_ptr<HelperService> service_;
   const Process process_;
 
-  Mutex lock_;
+  mutable Mutex lock_;
   std::int64_t liveConnections_ GUARDED_BY(lock_) = 0;
   TimerQueue::Handle idleTimer_ GUARDED_BY(lock_) = 0;  // 0: none is armed
 };

@@ -74,6 +74,10 @@ class Listener {
 
   /// Starts to accept, on a thread of the listener's own, and returns.
   virtual void resume() = 0;
+
+  /// Stops to accept. On return no further peer will be offered until resume(); connections that were
+  /// accepted live on, and peers that come now wait. Not from within the delegate.
+  virtual void suspend() = 0;
 };
 
 }  // namespace molvane

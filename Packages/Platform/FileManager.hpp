@@ -27,7 +27,10 @@ namespace molvane::FileManager {
 /// whatever reason.
 [[nodiscard]] std::optional<FileAttributes> findAttributes(const std::string& path);
 
-/// The same, but throws std::system_error instead (ENOENT: nothing there).
+/// The attributes of what is at the path, a link at the end followed. Nothing when they cannot be read.
+[[nodiscard]] std::optional<FileAttributes> findTargetAttributes(const std::string& path);
+
+/// The item's own attributes; throws std::system_error instead (ENOENT: nothing there).
 [[nodiscard]] FileAttributes attributesOfItem(const std::string& path);
 
 /// Makes a folder and those above it that are missing, all with `mode`. The last one has exactly `mode` when

@@ -19,6 +19,7 @@ class ServiceListener final : public Listener {
 
   void setDelegate(ListenerDelegate& delegate) override { listener_.setDelegate(delegate); }
   void resume() override { listener_.resume(); }
+  void suspend() override { listener_.suspend(); }
 
  private:
   const std::unique_ptr<CodeSigning> codeSigning_;

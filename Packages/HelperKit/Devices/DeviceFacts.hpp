@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -28,12 +29,18 @@ class DeviceFactsProviding {
   /// The facts about the device of that name; nothing when there is none.
   [[nodiscard]] virtual std::optional<DeviceFacts> facts(const std::string& bsdName) const = 0;
 
-  /// The whole disks that the device of that name lies on, itself included when it is one. Empty when there
-  /// is no such device.
+  /// The whole disks at the bottom of the device of that name, through partitions and through what is stacked
+  /// on other devices (volumes, RAID sets, encryption); the device itself when it is a whole disk that lies
+  /// on nothing else. Virtual ones, such as an attached disk image, are among them. Empty when there is no
+  /// such device, or when what it lies on cannot be told.
   [[nodiscard]] virtual std::set<std::string> wholeDisks(const std::string& bsdName) const = 0;
 
-  /// The whole disks that carry the running system.
+  /// The whole disks that carry the running system; none when it lies on no disk. Throws std::system_error
+  /// when the system does not say what it lies on.
   [[nodiscard]] virtual std::set<std::string> bootWholeDisks() const = 0;
 };
+
+/// The host's own disks.
+[[nodiscard]] std::shared_ptr<const DeviceFactsProviding> makeDeviceFacts();
 
 }  // namespace molvane

@@ -51,15 +51,20 @@ SocketListener::SocketListener(ListeningSocket socket, CodeSigning& codeSigning,
 }
 
 SocketListener::~SocketListener() {
-  stopping_ = true;
-  wakeUp_.signal();
-  accepting_.join();
+  suspend();
   for (const auto& session : sessions_) session->connection.shutDown();
 }
 
 void SocketListener::resume() {
   if (delegate_ == nullptr) throw std::logic_error("a listener without a delegate");
+  stopping_ = false;
   accepting_ = Thread([this] { acceptPeers(); });
+}
+
+void SocketListener::suspend() {
+  stopping_ = true;
+  wakeUp_.signal();
+  accepting_.join();
 }
 
 void SocketListener::acceptPeers() noexcept {

@@ -42,6 +42,7 @@ class SocketListener final : public Listener {
 
   /// Throws std::system_error when there is no thread to accept on.
   void resume() override;
+  void suspend() override;
 
  private:
   struct Session;
@@ -62,7 +63,7 @@ class SocketListener final : public Listener {
   ListenerDelegate* delegate_ = nullptr;
   std::atomic<bool> stopping_ = false;
   std::uint64_t accepted_ = 0;
-  /// Only the accepting thread touches the list, and the destructor after it.
+  /// Only the accepting thread touches the list, and the destructor when there is none.
   std::list<std::unique_ptr<Session>> sessions_;
   Thread accepting_;
 };

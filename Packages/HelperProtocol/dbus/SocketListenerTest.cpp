@@ -147,6 +147,20 @@ TEST(SocketListenerTest, WaitsOutALackOfDescriptors) {
   EXPECT_TRUE(RawPeer(std::move(client)).shakeHands());
 }
 
+TEST(SocketListenerTest, SuspendedItServesWhomItHasAndLetsOthersWait) {
+  ServedHelper served;
+  RawPeer before(served.socketPath());
+  ASSERT_TRUE(before.shakeHands());
+  served.listener().suspend();
+  served.listener().suspend();
+  RawPeer waiting(served.socketPath());
+  ASSERT_TRUE(before.send(testing::WireMessage{}.bytes()) && before.receive());
+  EXPECT_EQ(served.resumed(), 1);
+  served.listener().resume();
+  EXPECT_TRUE(waiting.shakeHands());
+  ASSERT_TRUE(before.send(testing::WireMessage{}.bytes()) && before.receive());
+}
+
 /// Accepts as it was told, in ways in which a delegate must not.
 class OddDelegate final : public ListenerDelegate {
  public:

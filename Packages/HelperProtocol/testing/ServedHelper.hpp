@@ -58,6 +58,8 @@ class ServedHelper : private ListenerDelegate {
   /// Waits until `count` connections have been invalidated; false when that takes absurdly long.
   [[nodiscard]] bool waitForInvalidations(int count);
 
+  [[nodiscard]] dbus::SocketListener& listener() { return *listener_; }
+
   /// Ends the listener as the destructor would.
   void stop() { listener_.reset(); }
 

@@ -25,7 +25,10 @@ CodeVerdict verdictOf(Check check) {
 
 }  // namespace
 
-CmsCodeSigning::CmsCodeSigning(Options options) : options_(std::move(options)) { openssl::initialize(); }
+CmsCodeSigning::CmsCodeSigning(Options options)
+    : options_(std::move(options)), remembered_(options_.rememberedFolder) {
+  openssl::initialize();
+}
 
 CodeVerdict CmsCodeSigning::checkPeer(const FileDescriptor& socket, std::string_view requirement) {
   return verdictOf([&] { requirePeer(socket, requirement); });

@@ -31,8 +31,8 @@ namespace molvane {
 /// make a check of that user's own code take as long as he likes.
 ///
 /// A check that a peer passed is remembered until the executable, the signature file or the root is changed
-/// or a certificate runs out. What checkFile finds is never remembered, because a file that does not run can
-/// be written to without a trace.
+/// or a certificate runs out; in a file, if Options name one, beyond the process. What checkFile finds is
+/// never remembered, because a file that does not run can be written to without a trace.
 class CmsCodeSigning : public CodeSigning {
  public:
   static constexpr std::string_view kSignatureSuffix = ".codesig";
@@ -40,12 +40,14 @@ class CmsCodeSigning : public CodeSigning {
   static constexpr std::uint64_t kMaxSignatureSize = std::uint64_t{64} << 10U;    ///< bytes
 
   struct Options {
-    std::string anchorPath;  ///< the root's certificate in PEM, as openTrustedFile wants it
-    uid_t anchorOwner = 0;   ///< who besides root may own the root's certificate
+    std::string anchorPath;        ///< the root's certificate in PEM, as openTrustedFile wants it
+    uid_t anchorOwner = 0;         ///< who besides root may own the root's certificate
+    std::string rememberedFolder;  ///< where RememberedChecks keep their file; none: nowhere
     std::function<std::time_t()> now = [] { return std::time(nullptr); };
   };
 
-  /// Reads nothing yet: a missing root makes every check fail, and the next check looks for it again.
+  /// Reads no more than the remembered checks: a missing root makes every check fail, and the next check
+  /// looks for it again.
   explicit CmsCodeSigning(Options options);
 
   [[nodiscard]] CodeVerdict checkPeer(const FileDescriptor& socket, std::string_view requirement) override;

@@ -165,8 +165,15 @@ TEST_F(CmsCodeSigningPeerTest, ACheckIsRememberedUntilWhatItRestsOnChanges) {
     const std::uint64_t before = checker_->fullChecks();
     ASSERT_EQ(problem(peer), "") << tried.name;
     ASSERT_EQ(checker_->fullChecks(), before) << tried.name;
+    const auto inTheNextProcess = [&] { return folder_.checker([this] { return ahead_.load(); }); };
+    auto next = inTheNextProcess();
+    ASSERT_TRUE(next->checkPeer(peer.socket(), kAppRequirement).satisfied()) << tried.name;
+    ASSERT_EQ(next->fullChecks(), 0U) << tried.name;
 
     tried.change();
+    next = inTheNextProcess();
+    EXPECT_EQ(next->checkPeer(peer.socket(), kAppRequirement).satisfied(), tried.stillGood) << tried.name;
+    EXPECT_EQ(next->fullChecks(), 1U) << tried.name;
     EXPECT_EQ(problem(peer).empty(), tried.stillGood) << tried.name;
     EXPECT_EQ(checker_->fullChecks(), before + 1) << tried.name;
   }

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "Platform/ProcessDirectories.hpp"
 #include "Platform/linux/CmsCodeSigning.hpp"
 
 namespace molvane {
@@ -15,6 +16,7 @@ constexpr const char* kInstalledRoot = "/etc/com.molvane.helper/anchor.pem";
 std::unique_ptr<CodeSigning> makeCodeSigning() {
   CmsCodeSigning::Options options;
   options.anchorPath = kInstalledRoot;
+  options.rememberedFolder = temporaryDirectory();
   return std::make_unique<CmsCodeSigning>(std::move(options));
 }
 

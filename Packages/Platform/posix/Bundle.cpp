@@ -1,12 +1,11 @@
 #include "Platform/Bundle.hpp"
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cerrno>
+#include <cstddef>
+#include <system_error>
 
-#include "Platform/FileDescriptor.hpp"
+#include "Platform/SafeFile.hpp"
 
 namespace molvane {
 
@@ -20,32 +19,14 @@ std::optional<FileIdentity> identityOf(const std::string& path) {
   return fileIdentity(status);
 }
 
-/// The whole of a regular file, nothing when it cannot be read or is too large.
-std::optional<std::string> contentOf(const std::string& path) {
-  // Without O_NONBLOCK a FIFO in the file's place would hold the caller.
-  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  struct stat status {};
-  if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
-
-  std::string content(kMaximumInfoPlistSize + 1, '\0');
-  std::size_t size = 0;
-  while (size < content.size()) {
-    const ssize_t got = ::read(file.get(), content.data() + size, content.size() - size);
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) return std::nullopt;
-    if (got == 0) break;
-    size += static_cast<std::size_t>(got);
-  }
-  if (size > kMaximumInfoPlistSize) return std::nullopt;
-  content.resize(size);
-  return content;
-}
-
-std::shared_ptr<const PropertyList> propertyListAt(const std::string& path) {
-  const std::optional<std::string> content = contentOf(path);
+/// Nothing when it cannot be read, is too large or no property list.
+std::shared_ptr<const PropertyList> propertyListAt(const std::string& path) try {
+  const std::optional<std::string> content = readSmallFile(path, kMaximumInfoPlistSize);
   if (!content) return nullptr;
   std::optional<PropertyList> list = parsePropertyList(*content);
   return list ? std::make_shared<const PropertyList>(std::move(*list)) : nullptr;
+} catch (const std::system_error&) {
+  return nullptr;
 }
 
 }  // namespace

@@ -109,6 +109,12 @@ std::optional<FileAttributes> findAttributes(const std::string& path) {
   return attributesFrom(status);
 }
 
+std::optional<FileAttributes> findTargetAttributes(const std::string& path) {
+  const auto status = statusOfTarget(path);
+  if (!status) return std::nullopt;
+  return attributesFrom(*status);
+}
+
 FileAttributes attributesOfItem(const std::string& path) {
   if (holdsNul(path)) fail(EINVAL, "a path with a NUL");
   struct stat status {};

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -86,12 +87,14 @@ struct stat statusOf(const FileDescriptor& file, const std::string& name) {
   return status;
 }
 
-// All bytes of a file that states this size; nothing when they are more than `mostBytes`.
+// All bytes of a file that states this size, which for one of the system's own is often 0; nothing when they
+// are more than `mostBytes`.
 std::optional<std::string> readWhole(const FileDescriptor& file, off_t size, std::size_t mostBytes,
                                      const std::string& name) {
   if (static_cast<std::uintmax_t>(size) > mostBytes) return std::nullopt;
   // One byte more than it may hold, in case it grows.
-  std::string bytes(static_cast<std::size_t>(size) + 1, '\0');
+  constexpr std::size_t kLeast = 4096;
+  std::string bytes(std::max(static_cast<std::size_t>(size) + 1, kLeast), '\0');
   std::size_t filled = 0;
   while (true) {
     const ssize_t count = ::read(file.get(), bytes.data() + filled, bytes.size() - filled);

@@ -77,6 +77,7 @@ void Authority::sign(const std::string& executable, const std::string& identifie
 
 SigningFolder::SigningFolder() {
   fs::create_directory(path("trust"));
+  fs::create_directory(path("remembered"));
   fs::copy_file(Authority::shared().path("root.pem"), anchor());
 }
 
@@ -96,6 +97,7 @@ std::unique_ptr<CmsCodeSigning> SigningFolder::checker(std::function<std::time_t
   CmsCodeSigning::Options options;
   options.anchorPath = anchor();
   options.anchorOwner = geteuid();
+  options.rememberedFolder = path("remembered");
   if (ahead) options.now = [ahead = std::move(ahead)] { return std::time(nullptr) + ahead(); };
   return std::make_unique<CmsCodeSigning>(std::move(options));
 }

@@ -55,7 +55,8 @@ class SigningFolder {
   /// A new executable, signed as the app.
   [[nodiscard]] std::string addApp(const std::string& name = "app", std::string_view difference = "") const;
 
-  /// A checker that trusts anchor() and whose clock runs `ahead` seconds before the real one.
+  /// A checker that trusts anchor(), remembers its checks for the next checker and whose clock runs `ahead`
+  /// seconds before the real one.
   [[nodiscard]] std::unique_ptr<CmsCodeSigning> checker(std::function<std::time_t()> ahead = nullptr) const;
 
  private:
