@@ -172,17 +172,23 @@ TEST_F(PackageInstall, AFullStagingFolderIsAnError) {
 TEST_F(PackageInstall, WhatAnnSwapsIsNeverInstalled) {
   constexpr int kRounds = 60;
   const Inbox bobs(kBob, "/Users/bob");
-  const fs::path victim = bobs.addPackage("a.pkg", kInstalled, "bob's", "");
+  static_cast<void>(bobs.addPackage("a.pkg", kInstalled, "bob's", ""));
+  fs::create_directory(bobs / "sub");
+  fs::copy_file(bobs / "a.pkg", bobs / "sub/a.pkg");
+  giveTo(bobs / "sub", kBob);
   int installedHers = 0;
   int refused = 0;
-  for (const char* swapped : {"sub/a.pkg", "sub"}) {
+  const fs::path inbox = inbox_.path();
+  const std::pair<fs::path, fs::path> swaps[] = {
+      {inbox / "sub/a.pkg", bobs / "a.pkg"}, {inbox / "sub", bobs.path()}, {inbox, bobs.path()}};
+  for (const auto& [swapped, target] : swaps) {
     fs::create_directory(inbox_ / "sub");
     fs::rename(inbox_.addPackage("a.pkg", kInstalled, "hers", ""), inbox_ / "sub/a.pkg");
-    fs::remove_all(inbox_ / "link");
-    fs::create_symlink(std::string(swapped) == "sub" ? bobs.path() : victim, inbox_ / "link");
-    giveTo(inbox_.path(), kAnn);
+    const fs::path link = inbox.parent_path() / "link";
+    fs::create_symlink(target, link);
+    giveTo(inbox.parent_path(), kAnn);
     {
-      const auto attacker = swapping(kAnn, inbox_ / swapped, inbox_ / "link");
+      const auto attacker = swapping(kAnn, swapped, link);
       for (int round = 0; round < kRounds; ++round) {
         const Outcome outcome = install(inbox_ / "sub/a.pkg", false);
         const std::string content = installed();
@@ -191,7 +197,10 @@ TEST_F(PackageInstall, WhatAnnSwapsIsNeverInstalled) {
         ++(outcome.status == 0 ? installedHers : refused);
       }
     }
-    fs::remove_all(inbox_ / "sub");
+    // Whichever of the two is where is all the same now.
+    fs::remove_all(link);
+    fs::remove_all(inbox);
+    fs::create_directory(inbox);
   }
   EXPECT_GT(installedHers, 0);
   EXPECT_GT(refused, 0);

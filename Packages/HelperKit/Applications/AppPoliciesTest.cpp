@@ -1,13 +1,19 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <string>
+#include <system_error>
 #include <utility>
 
 #include "HelperKit/Applications/AppRemovalPolicy.hpp"
+#include "HelperKit/Applications/AppRemovalRunner.hpp"
 #include "HelperKit/Applications/ApplicationInstallPolicy.hpp"
 #include "HelperKit/Applications/PackageInstallPolicy.hpp"
 #include "Platform/DirectoryHandle.hpp"
@@ -125,6 +131,29 @@ TEST_F(AppPoliciesTest, AnAppGoesWhereNothingOrItselfIs) {
     EXPECT_EQ(refusal<ApplicationInstallPolicy::Failure>([&] { static_cast<void>(destination(name)); }),
               "/Applications already has a different app called " + std::string(name) + ".");
   }
+}
+
+// What is gone when the removal fails stays gone; what could not be removed is there, and so is the bundle.
+TEST_F(AppPoliciesTest, AnImmutablePartEndsARemoval) {
+  const std::string app = home() + "/Applications/Foo.app";
+  writeApp(app, "com.example.foo");
+  write(app + "/Contents/immutable", "x");
+  const FileDescriptor part(open((app + "/Contents/immutable").c_str(), O_RDONLY | O_CLOEXEC));
+  int flags = 0;
+  const bool known = ioctl(part.get(), FS_IOC_GETFLAGS, &flags) == 0;
+  int immutable = flags | FS_IMMUTABLE_FL;
+  if (!known || ioctl(part.get(), FS_IOC_SETFLAGS, &immutable) != 0)
+    GTEST_SKIP() << "needs root and such a disk";
+  try {
+    AppRemovalRunner::remove(app, home());
+    ADD_FAILURE() << "an immutable file was removed";
+  } catch (const std::system_error& error) {
+    EXPECT_EQ(error.code().value(), EPERM);
+  }
+  EXPECT_TRUE(fs::exists(app + "/Contents/immutable"));
+  EXPECT_EQ(ioctl(part.get(), FS_IOC_SETFLAGS, &flags), 0);
+  AppRemovalRunner::remove(app, home());
+  EXPECT_FALSE(fs::exists(app));
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <exception>
 #include <optional>
 #include <system_error>
 #include <utility>
@@ -38,19 +39,32 @@ FileDescriptor openedAnew(const FileDescriptor& folder) {
 void removeLogged(const FileDescriptor& folder, const std::string& name, const std::string& path) {
   try {
     removeItem({openedAnew(folder), name});
-  } catch (const std::system_error& error) {
-    if (error.code().value() == ENOENT) return;
+  } catch (const std::exception& error) {
+    const auto* systemError = dynamic_cast<const std::system_error*>(&error);
+    if (systemError != nullptr && systemError->code().value() == ENOENT) return;
     logLine("MolvaneHelper: cannot remove the staged copy " + path + ": " + error.what());
   }
 }
 
-// Who may write to the folder above could put a link in the staging folder's place, and tools take paths.
-void requireTrustedFolderAbove(const std::string& path) {
-  const std::string above = deletingLastPathComponent(path);
-  const FileAttributes attributes = FileManager::attributesOfItem(above);
-  const bool isOpen = (attributes.mode & (S_IWGRP | S_IWOTH)) != 0 && (attributes.mode & S_ISVTX) == 0;
-  if (attributes.type != FileType::directory || attributes.owner != geteuid() || isOpen) {
-    throw std::system_error(EPERM, std::generic_category(), above + " is open to others");
+[[noreturn]] void refuseFolderAbove(const std::string& above) {
+  throw std::system_error(EPERM, std::generic_category(), above + " is open to others");
+}
+
+// Whether somebody other than root and this process's user could rename what is in the folder.
+bool isOpenToOthers(const struct stat& folder) {
+  const bool isWritable = (folder.st_mode & (S_IWGRP | S_IWOTH)) != 0 && (folder.st_mode & S_ISVTX) == 0;
+  return isWritable || (folder.st_uid != geteuid() && folder.st_uid != 0);
+}
+
+// Who may write to a folder above could put a link in the staging folder's place, and tools take paths.
+void requireTrustedFoldersAbove(const std::string& path) {
+  std::string above = deletingLastPathComponent(path);
+  if (FileManager::attributesOfItem(above).type != FileType::directory) refuseFolderAbove(above);
+  for (;; above = deletingLastPathComponent(above)) {
+    struct stat status {};
+    if (stat(above.c_str(), &status) != 0) throwErrno("look at " + above);
+    if (isOpenToOthers(status)) refuseFolderAbove(above);
+    if (above.size() <= 1) return;
   }
 }
 
@@ -83,7 +97,7 @@ StagingFolder::Lock::Lock(const FileDescriptor& folder) : folder_(openedAnew(fol
 
 StagingFolder::StagingFolder(const std::string& path) : path_(path), locked_(&folder_) {
   FileManager::createDirectory(path, S_IRWXU);
-  requireTrustedFolderAbove(path);
+  requireTrustedFoldersAbove(path);
   folder_.reset(open(path.c_str(), kAnew | O_NOFOLLOW));
   if (!folder_) throwErrno("open " + path);
 }
@@ -119,7 +133,7 @@ void StagingFolder::sweep(const Salvage& salvage) const try {
     if (salvage && isOwnPrivateFolder(leftover.item)) salvage(leftover.item);
     removeLogged(folder_, leftover.name, path_ + "/" + leftover.name);
   }
-} catch (const std::system_error& error) {
+} catch (const std::exception& error) {
   logLine("MolvaneHelper: cannot sweep " + path_ + ": " + error.what());
 }
 
