@@ -3,7 +3,8 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 
-#include <csignal>
+#include <chrono>
+#include <thread>
 
 #include "Inbox.hpp"
 
@@ -275,6 +276,27 @@ TEST(AppInstall, TheNextRequestTidiesUpAfterAKill) {
   EXPECT_THAT(namesIn(kAppStaging), IsEmpty());
   EXPECT_EQ(versionOf(kApplications / "Bar.app"), "old\n");
   EXPECT_EQ(versionOf(kApplications / "Baz.app"), "new\n");
+}
+
+// Wherever the helper was when it was killed, the next request finds one of the two copies, whole.
+TEST(AppInstall, AKillWhileItReplacesLosesNothing) {
+  const Inbox inbox;
+  const std::string other = inbox.addApp("Other.app", "com.example.other");
+  ASSERT_EQ(install(inbox.addApp("Foo.app", "com.example.foo", "0")).status, 0);
+  for (int round = 1; round <= 20; ++round) {
+    const std::string before = versionOf(kFoo);
+    const std::string app = inbox.addApp("Foo.app", "com.example.foo", std::to_string(round));
+    LogFollower tools(kToolLog);
+    Program client({kClient, "app", "install", app}, kAnn);
+    tools.waitFor(round % 2 == 0 ? "/usr/sbin/spctl" : "/usr/bin/ditto");
+    std::this_thread::sleep_for(std::chrono::milliseconds(round));  // somewhere else each time
+    endHelper();
+    static_cast<void>(client.wait());
+    ASSERT_EQ(install(other).status, 0);
+    EXPECT_THAT(versionOf(kFoo), AnyOf(before, std::to_string(round) + "\n"));
+    EXPECT_THAT(namesIn(kAppStaging), IsEmpty());
+    EXPECT_THAT(namesIn(kApplications), ElementsAre("Foo.app", "Other.app"));
+  }
 }
 
 TEST(AppInstall, ApplicationsOnAnotherFileSystem) {

@@ -122,6 +122,10 @@ TEST_F(PackageInstall, ToolsThatFailOrFlood) {
         package,
         "macOS would not open this package (it must be signed with a Developer ID and notarized). half");
   }
+  {
+    const ToolBehaviour drowns("spctl", "flood 25\nexit 3\n");
+    EXPECT_THAT(install(package).err, HasSubstr("[output cut after 20 MiB] (com.molvane.helper.policy, 12)"));
+  }
   const ToolBehaviour floods("installer", "flood 5\n");
   EXPECT_EQ(install(package).status, 0);
   EXPECT_EQ(installed(), "x");
