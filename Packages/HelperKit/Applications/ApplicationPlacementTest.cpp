@@ -7,7 +7,6 @@
 #include <string>
 #include <system_error>
 
-#include "HelperKit/Applications/ApplicationInstallPolicy.hpp"
 #include "Platform/testing/TemporaryFolder.hpp"
 
 namespace molvane {
@@ -48,30 +47,12 @@ class ApplicationPlacementTest : public ::testing::Test {
   const ApplicationPlacement placement_{staging_, (fs::create_directory(applications()), applications())};
 };
 
-TEST_F(ApplicationPlacementTest, ReplacesAnOlderCopyAndKeepsItUntilTheEnd) {
-  StagedItem work = staging_.makeFolder();
-  writeApp(work.path() + "/Foo.app", "com.example.foo", "2");
-  writeApp(installed("Foo.app"), "com.example.foo", "1");
-  EXPECT_EQ(place(work), 0);
-  EXPECT_EQ(versionOf(installed("Foo.app")), "2");
-  EXPECT_EQ(versionOf(work.path() + "/previous-Foo.app"), "1");
-}
-
 TEST_F(ApplicationPlacementTest, TheOlderCopyIsBackWhenTheFinalMoveFails) {
   StagedItem work = staging_.makeFolder();
   writeApp(installed("Foo.app"), "com.example.foo", "1");
   EXPECT_EQ(place(work), ENOENT);  // nothing is there to be moved in
   EXPECT_EQ(versionOf(installed("Foo.app")), "1");
   EXPECT_FALSE(fs::exists(work.path() + "/previous-Foo.app"));
-}
-
-TEST_F(ApplicationPlacementTest, TouchesNothingOfAnotherApplication) {
-  StagedItem work = staging_.makeFolder();
-  writeApp(work.path() + "/Foo.app", "com.example.foo", "2");
-  writeApp(installed("Foo.app"), "com.example.other", "1");
-  EXPECT_THROW(placement_.place(work, "Foo.app", "com.example.foo"), ApplicationInstallPolicy::Failure);
-  EXPECT_EQ(versionOf(installed("Foo.app")), "1");
-  EXPECT_EQ(versionOf(work.path() + "/Foo.app"), "2");
 }
 
 // Hidden folders beside the applications: only those that are really leftovers of ours are taken.
