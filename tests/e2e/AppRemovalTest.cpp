@@ -1,11 +1,8 @@
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
 
 #include "Inbox.hpp"
-#include "RawClient.hpp"
 
 namespace molvane::e2e {
 namespace {
@@ -50,6 +47,9 @@ TEST_F(AppRemoval, TakesBundlesFromBothFolders) {
     EXPECT_FALSE(fs::exists(path));
   }
   EXPECT_TRUE(fs::exists(kApplications / "Games"));
+  // A user whom the user database does not know has no folder of his own, and shares that of all.
+  makeBundle(kApplications / "Foo.app", "com.example.foo");
+  EXPECT_EQ(molvanectl({"app", "remove", kApplications / "Foo.app"}, {12345, 20}).status, 0);
   EXPECT_EQ(versionOf(kBobs / "Victim.app"), "1\n");
 }
 
