@@ -22,10 +22,10 @@ namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kPackageMebibytes = 1024;
-constexpr int kStagingRounds = 5;
+constexpr int kStagingRounds = 3;
 constexpr int kFolders = 200;
 constexpr int kFilesEach = 100;
-constexpr int kRemovalRounds = 9;
+constexpr int kRemovalRounds = 7;
 
 // A home folder on the disk, gone at the end.
 class Home {
