@@ -14,6 +14,7 @@ std::vector<Comparison> benchChildProcess();
 std::vector<Comparison> benchConnection();
 std::vector<Comparison> benchCore();
 std::vector<Comparison> benchDaemon();
+std::vector<Comparison> benchDevices();
 std::vector<Comparison> benchPrompts();
 std::vector<Comparison> benchTrees();
 

@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "Base/NSError.hpp"
+#include "HelperKit/Devices/DeviceJobRunner.hpp"
 #include "HelperKit/Service/HelperPathPolicy.hpp"
 #include "HelperKit/Service/PeerScopedHelper.hpp"
 #include "HelperProtocol/dbus/Names.hpp"
@@ -55,6 +56,7 @@ class HelperServer final : public ListenerDelegate {
  private:
   std::shared_ptr<HelperService> service_ = std::make_shared<HelperService>(
       HelperPathPolicy::fixtureAllowlist("/nonexistent"), std::set<std::string>{},
+      std::make_unique<DeviceJobRunner>([] { return DevicePolicy(); }),
       std::make_unique<CompanyAdminKeeper>("/nonexistent"));
   TrustingCodeSigning codeSigning_;
   dbus::SocketListener listener_;

@@ -13,6 +13,7 @@
 
 #include "Base/NSError.hpp"
 #include "HelperKit/Accounts/CompanyAdminKeeper.hpp"
+#include "HelperKit/Devices/DeviceJobRunner.hpp"
 #include "HelperKit/Service/HelperPathPolicy.hpp"
 #include "HelperKit/Service/HelperService.hpp"
 #include "HelperProtocol/HelperIdentity.hpp"
@@ -50,9 +51,9 @@ int helperMain() try {
   takeKnownSurroundings();
   ensureTemporaryDirectory();
 
-  auto service = std::make_shared<HelperService>(HelperPathPolicy::userSpaceAllowlist(homeDirectory()),
-                                                 HelperPathPolicy::defaultDeniedBasenames(),
-                                                 std::make_unique<CompanyAdminKeeper>());
+  auto service = std::make_shared<HelperService>(
+      HelperPathPolicy::userSpaceAllowlist(homeDirectory()), HelperPathPolicy::defaultDeniedBasenames(),
+      std::make_unique<DeviceJobRunner>(makeDevicePolicy), std::make_unique<CompanyAdminKeeper>());
   RunLoop mainLoop;
   SteadyTimerQueue timers;
   const auto delegate = std::make_shared<HelperXPCListenerDelegate>(

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "HelperKit/Devices/DeviceJobRunner.hpp"
 #include "HelperKit/Service/HelperPathPolicy.hpp"
 #include "HelperKit/Service/PeerScopedHelper.hpp"
 #include "Platform/testing/ManualTimerQueue.hpp"
@@ -56,6 +57,7 @@ class HelperXPCListenerDelegateTest : public ::testing::Test {
   std::shared_ptr<HelperXPCListenerDelegate> delegate_ = std::make_shared<HelperXPCListenerDelegate>(
       std::make_shared<HelperService>(HelperPathPolicy::fixtureAllowlist("/nonexistent"),
                                       std::set<std::string>{},
+                                      std::make_unique<DeviceJobRunner>([] { return DevicePolicy(); }),
                                       std::make_unique<CompanyAdminKeeper>("/nonexistent")),
       HelperXPCListenerDelegate::Process{timers_, [this] { return teamID_; }, [this] { ++exits_; }});
 };

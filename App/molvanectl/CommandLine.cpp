@@ -9,8 +9,8 @@
 
 namespace molvane::ctl {
 
-CommandLine::CommandLine(const Streams& streams, ConnectionFactory connect)
-    : output_(streams), connect_(std::move(connect)) {}
+CommandLine::CommandLine(const Streams& streams, Console& console, ConnectionFactory connect)
+    : output_(streams), console_(console), connect_(std::move(connect)) {}
 
 ExitStatus CommandLine::run(const std::vector<std::string>& arguments) noexcept {
   try {
@@ -27,7 +27,7 @@ ExitStatus CommandLine::run(const std::vector<std::string>& arguments) noexcept 
       output_.text(request.printout);
       return ExitStatus::done;
     }
-    Session session(output_, connect_, parser.globalOptions().socketPath);
+    Session session(output_, console_, connect_, parser.globalOptions().socketPath);
     return runCommand(*request.command, session, parser.commandName());
   } catch (const OutputError& error) {
     // A reader that has gone away wanted no more; it needs no message.

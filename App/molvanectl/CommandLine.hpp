@@ -12,9 +12,9 @@ namespace molvane::ctl {
 /// The program: reads a command line, runs its command and reports what went wrong.
 class CommandLine {
  public:
-  /// `connect` is called at most once a run, and only by commands that need the helper. The sinks must
-  /// outlive this object.
-  CommandLine(const Streams& streams, ConnectionFactory connect);
+  /// `connect` is called at most once a run, and only by commands that need the helper. The sinks and
+  /// the console must outlive this object.
+  CommandLine(const Streams& streams, Console& console, ConnectionFactory connect);
 
   /// `arguments` without the program's name. Throws nothing.
   ExitStatus run(const std::vector<std::string>& arguments) noexcept;
@@ -26,6 +26,7 @@ class CommandLine {
   ExitStatus failure(ExitStatus status, const std::string& description);
 
   Output output_;
+  Console& console_;
   ConnectionFactory connect_;
 };
 

@@ -11,6 +11,7 @@ std::vector<CommandGroup> allCommands() {
   groups.push_back(taskCommands());
   groups.push_back(accountCommands());
   groups.push_back(companyAdminCommands());
+  groups.push_back(deviceCommands());
   groups.push_back(pasteCommands());
   groups.push_back(scheduleCommands());
   return groups;

@@ -11,6 +11,7 @@ CommandGroup pathCommands();
 CommandGroup taskCommands();
 CommandGroup accountCommands();
 CommandGroup companyAdminCommands();
+CommandGroup deviceCommands();
 CommandGroup pasteCommands();
 CommandGroup scheduleCommands();
 

@@ -62,6 +62,12 @@ TEST(Completion, PathsAreFileNames) {
   EXPECT_THAT(offered("remove /x -v /y " + base + "o"), ElementsAre(base + "other"));
   EXPECT_THAT(offered("--socket " + base + "o"), ElementsAre(base + "other"));
   EXPECT_THAT(offered("--socket = " + base + "o"), ElementsAre(base + "other"));
+  // Each argument by its own kind.
+  EXPECT_THAT(offered("device write --yes " + base + "o"), ElementsAre(base + "other"));
+  EXPECT_THAT(offered("device write " + base + "other " + base + "o"), IsEmpty());
+  EXPECT_THAT(offered("device image " + base + "o"), IsEmpty());
+  EXPECT_THAT(offered("device image --owner 501 disk4 " + base + "o"), ElementsAre(base + "other"));
+  EXPECT_THAT(offered("device status " + base + "o"), IsEmpty());
   outputOf("rm -r " + base);
 }
 

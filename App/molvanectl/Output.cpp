@@ -50,6 +50,20 @@ void Output::error(const NSError& error, const Item& item) {
   report("molvanectl: " + (clear ? "" : item.text + ": ") + asText(error));
 }
 
+void Output::notice(std::string_view text) {
+  if (!json_) report("molvanectl: " + std::string(text));
+}
+
+void Output::piece(std::string_view text) { streams_.out.write(text); }
+
+void Output::redraw(std::string_view line) {
+  try {
+    streams_.err.write("\r" + std::string(line) + "\x1b[K");
+  } catch (const OutputError&) {
+    // As below.
+  }
+}
+
 void Output::remark(std::string_view text) {
   if (!json_ && streams_.errIsTerminal) report("molvanectl: " + std::string(text));
 }

@@ -64,6 +64,18 @@ class Output {
   /// the description does not mention it.
   void error(const NSError& error, const Item& item);
 
+  /// Something that who follows should know, on standard error as an error is; not written with JSON.
+  void notice(std::string_view text);
+
+  [[nodiscard]] bool errIsTerminal() const { return streams_.errIsTerminal; }
+
+  /// Writes `text` to standard output byte for byte and adds nothing. Not for a terminal.
+  void piece(std::string_view text);
+
+  /// Puts `line`, in which the caller has made everything harmless, in place of the line where the cursor of
+  /// the terminal at standard error stands; empty text leaves an empty line.
+  void redraw(std::string_view line);
+
   /// A remark to a person who watches; not written where standard error is no terminal, nor with JSON.
   void remark(std::string_view text);
 

@@ -6,8 +6,8 @@
 
 namespace molvane::ctl {
 
-Session::Session(Output& output, ConnectionFactory connect, std::string socketPath)
-    : output_(output), connect_(std::move(connect)), socketPath_(std::move(socketPath)) {}
+Session::Session(Output& output, Console& console, ConnectionFactory connect, std::string socketPath)
+    : output_(output), console_(console), connect_(std::move(connect)), socketPath_(std::move(socketPath)) {}
 
 MolvaneHelperXPCProtocol& Session::helper() {
   if (helper_ == nullptr) helper_ = connect_(socketPath_);

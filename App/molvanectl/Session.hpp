@@ -9,6 +9,7 @@
 
 #include "HelperProtocol/Connection.hpp"
 #include "HelperProtocol/HelperXPCProtocol.hpp"
+#include "molvanectl/Console.hpp"
 #include "molvanectl/Output.hpp"
 
 namespace molvane::ctl {
@@ -17,12 +18,14 @@ namespace molvane::ctl {
 using ConnectionFactory =
     std::function<std::unique_ptr<MolvaneHelperXPCProtocol>(const std::string& socketPath)>;
 
-/// What a running command works with: the output, and the helper, connected to when first asked.
+/// What a running command works with: the output, the console, and the helper, connected to when first asked.
 class Session {
  public:
-  Session(Output& output, ConnectionFactory connect, std::string socketPath);
+  /// `output` and `console` must outlive this object.
+  Session(Output& output, Console& console, ConnectionFactory connect, std::string socketPath);
 
   [[nodiscard]] Output& output() { return output_; }
+  [[nodiscard]] Console& console() { return console_; }
 
   /// Whether a connection has been made, and whether the helper has answered anything on it.
   [[nodiscard]] bool connected() const { return helper_ != nullptr; }
@@ -54,6 +57,7 @@ class Session {
   }
 
   Output& output_;
+  Console& console_;
   ConnectionFactory connect_;
   std::string socketPath_;
   std::unique_ptr<MolvaneHelperXPCProtocol> helper_;

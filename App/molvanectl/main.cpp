@@ -8,6 +8,7 @@
 #include "molvanectl/CommandLine.hpp"
 #include "molvanectl/Connect.hpp"
 #include "molvanectl/StandardDescriptors.hpp"
+#include "molvanectl/SystemConsole.hpp"
 
 int main(int argc, char** argv) {
   using namespace molvane::ctl;
@@ -19,7 +20,8 @@ int main(int argc, char** argv) {
 
   DescriptorSink out(STDOUT_FILENO);
   DescriptorSink err(STDERR_FILENO);
-  CommandLine program({out, err, ::isatty(STDOUT_FILENO) == 1, ::isatty(STDERR_FILENO) == 1},
+  SystemConsole console;
+  CommandLine program({out, err, ::isatty(STDOUT_FILENO) == 1, ::isatty(STDERR_FILENO) == 1}, console,
                       connectToHelper);
   return static_cast<int>(program.run(std::vector<std::string>(argv + std::min(argc, 1), argv + argc)));
 }

@@ -16,12 +16,12 @@ struct DeviceJobStatus {
   enum class Phase { queued, running, verifying, finished, failed, cancelled };
 
   Phase phase = Phase::queued;
-  std::int64_t bytesDone = 0;         ///< in the current pass: written, read or verified
-  std::int64_t bytesTotal = 0;        ///< of the pass; 0 when it cannot be known
-  std::int64_t badBlocks = 0;         ///< blocks of the device that could not be read
-  std::optional<std::string> sha256;  ///< of the data moved, 64 lower-case hexadecimal digits
-  std::string log;                    ///< for the person; lines end with a newline
-  std::optional<std::string> error;   ///< why the job failed; only then
+  std::int64_t bytesDone = 0;              ///< in the current pass: written, read or verified
+  std::int64_t bytesTotal = 0;             ///< of the pass; 0 when it cannot be known
+  std::int64_t badBlocks = 0;              ///< blocks of the device that could not be read
+  std::optional<std::string> sha256 = {};  ///< of the data moved, 64 lower-case hexadecimal digits
+  std::string log = {};                    ///< for the person; lines end with a newline
+  std::optional<std::string> error = {};   ///< why the job failed; only then
 
   /// The job has ended, one way or another.
   [[nodiscard]] bool isTerminal() const noexcept { return phase >= Phase::finished; }

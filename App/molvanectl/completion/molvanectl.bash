@@ -3,7 +3,7 @@
 # list of tasks, so that there is no second list to keep. It never asks the helper.
 
 # Reads the help of the command that the given words name into the caller's variables: `depth` (words of the command's
-# name), `commands`, `argument` (the first one's placeholder), `values` (placeholder by option, empty for a switch).
+# name), `commands`, `arguments` (their placeholders), `values` (placeholder by option, empty for a switch).
 _molvanectl_read_help() {
   local line section=
   while IFS= read -r line; do
@@ -15,19 +15,27 @@ _molvanectl_read_help() {
       section=${BASH_REMATCH[1]}
     elif [[ $section == Commands && $line =~ ^\ \ ([a-z-]+) ]]; then
       commands+=("${BASH_REMATCH[1]}")
-    elif [[ $section == Arguments && -z $argument && $line =~ ^\ \ ([A-Z.]+) ]]; then
-      argument=${BASH_REMATCH[1]}
+    elif [[ $section == Arguments && $line =~ ^\ \ ([A-Z.]+) ]]; then
+      arguments+=("${BASH_REMATCH[1]}")
     elif [[ $section == Options && $line =~ ^\ +(-.,\ )?(--[a-z-]+)(\ ([A-Z]+))?(\ \ |$) ]]; then
       values[${BASH_REMATCH[2]}]=${BASH_REMATCH[4]}
     fi
   done < <("$@" --help 2>/dev/null)
 }
 
+# The names of the whole disks that there are devices of.
+_molvanectl_disks() {
+  local device
+  for device in /dev/disk*; do
+    if [[ $device =~ ^/dev/(disk[0-9]+)$ ]]; then echo "${BASH_REMATCH[1]}"; fi
+  done
+}
+
 _molvanectl() {
   local program=$1 current=$2 previous=$3
-  local -a words=() commands=()
+  local -a words=() commands=() arguments=()
   local -A values=()
-  local argument='' depth=0 index
+  local depth=0 index
 
   # Readline makes a word of the equals sign in --option=VALUE.
   if [[ $current == = ]]; then
@@ -62,8 +70,15 @@ _molvanectl() {
     kind=OPTION
   elif [[ $given -eq $depth && ${#commands[@]} -gt 0 ]]; then
     kind=COMMAND
-  elif [[ $given -eq $depth || ($given -gt $depth && $argument == *...) ]]; then
-    kind=${argument%...}
+  elif [[ ${#arguments[@]} -gt 0 && $given -ge $depth ]]; then
+    local -i place=$((given - depth)) last=$((${#arguments[@]} - 1))
+    if ((place <= last)); then
+      kind=${arguments[place]%...}
+    elif [[ ${arguments[last]} == *... ]]; then
+      kind=${arguments[last]%...}
+    else
+      kind=NOTHING
+    fi
   fi
 
   COMPREPLY=()
@@ -71,7 +86,8 @@ _molvanectl() {
     COMMAND) mapfile -t COMPREPLY < <(compgen -W "${commands[*]}" -- "$current") ;;
     OPTION) mapfile -t COMPREPLY < <(compgen -W "${!values[*]}" -- "$current") ;;
     ID) mapfile -t COMPREPLY < <(compgen -W "$("$program" task list --ids 2>/dev/null)" -- "$current") ;;
-    PATH)
+    DISK) mapfile -t COMPREPLY < <(compgen -W "$(_molvanectl_disks)" -- "$current") ;;
+    PATH | IMAGE | DESTINATION | INSTALLER | VOLUME)
       compopt -o filenames 2>/dev/null
       mapfile -t COMPREPLY < <(compgen -f -- "$current")
       ;;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <deque>
 #include <map>
 #include <optional>
 #include <string>
@@ -23,7 +24,11 @@ struct FakeHelperState {
   std::optional<std::pair<std::string, std::string>> companyAdmin;  ///< name and password
   OptionalError accountError;
   std::vector<std::string> documents;  ///< sent to the account methods
-  std::vector<std::string> calls;      ///< method and argument of each call
+  std::string startedJob;              ///< what starting a device job answers; none if empty
+  /// By job: what each call for its status answers with, the last for good. Unknown jobs are refused.
+  std::map<std::string, std::deque<std::string>> jobs;
+  bool cancels = true;
+  std::vector<std::string> calls;  ///< method and argument of each call
   int connections = 0;
   int callsUntilLost = -1;  ///< the call that loses the connection; none if negative
 };
@@ -56,6 +61,26 @@ class FakeHelper : public testing::RecordingHelper {
     if (const OptionalError error = refusalFor(taskID)) return reply(false, "", error);
     const auto& [succeeded, transcript] = state_.tasks[taskID];
     reply(succeeded, transcript, std::nullopt);
+  }
+  void startDeviceJob(const Data& spec,
+                      const Reply<std::optional<std::string>, OptionalError>& reply) override {
+    note("start " + std::string(spec.begin(), spec.end()));
+    if (const OptionalError error = refusalFor("start")) return reply(std::nullopt, error);
+    reply(state_.startedJob.empty() ? std::nullopt : std::optional(state_.startedJob), std::nullopt);
+  }
+  void deviceJobStatus(const std::string& jobID,
+                       const Reply<std::optional<Data>, OptionalError>& reply) override {
+    note("status " + jobID);
+    std::deque<std::string>& answers = state_.jobs[jobID];
+    if (answers.empty())
+      return reply(std::nullopt, NSError{"com.molvane.helper", 8, "Unknown job: " + jobID});
+    const std::string text = answers.front();
+    if (answers.size() > 1) answers.pop_front();
+    reply(Data(text.begin(), text.end()), std::nullopt);
+  }
+  void cancelDeviceJob(const std::string& jobID, const Reply<bool>& reply) override {
+    note("cancel " + jobID);
+    reply(state_.cancels);
   }
 
   void manageLocalAccount(

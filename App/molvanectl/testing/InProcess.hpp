@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "molvanectl/CommandLine.hpp"
+#include "molvanectl/testing/FakeConsole.hpp"
 #include "molvanectl/testing/FakeHelper.hpp"
 #include "molvanectl/testing/StringSink.hpp"
 
@@ -15,6 +16,7 @@ struct InProcess {
   FakeHelperState helper;
   StringSink out;
   StringSink err;
+  FakeConsole console;
   bool outIsTerminal = false;
   bool errIsTerminal = false;
   std::string connectedTo;    ///< the socket's path
@@ -24,7 +26,9 @@ struct InProcess {
   ExitStatus run(const std::vector<std::string>& arguments) {
     out.written.clear();
     err.written.clear();
-    CommandLine program({out, err, outIsTerminal, errIsTerminal}, [this](const std::string& socketPath) {
+    console.waits = 0;
+    const Streams streams{out, err, outIsTerminal, errIsTerminal};
+    CommandLine program(streams, console, [this](const std::string& socketPath) {
       connectedTo = socketPath;
       if (!cannotConnect.empty()) throw ConnectionError(cannotConnect);
       return std::make_unique<FakeHelper>(helper);

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "Base/PathText.hpp"
+#include "HelperKit/Devices/DeviceJobRunner.hpp"
 #include "HelperKit/Maintenance/MaintenanceRunner.hpp"
 #include "HelperKit/Service/AllowedItem.hpp"
 #include "HelperKit/Service/HelperServiceError.hpp"
@@ -18,10 +19,14 @@ constexpr double kMaintenanceTimeout = 3600;  // seconds, for each command
 }  // namespace
 
 HelperService::HelperService(PathAllowlist allowlist, std::set<std::string> deniedBasenames,
+                             std::unique_ptr<DeviceJobRunner> jobs,
                              std::unique_ptr<CompanyAdminKeeper> companyAdmin)
     : allowlist_(std::move(allowlist)),
       deniedBasenames_(std::move(deniedBasenames)),
+      jobs_(std::move(jobs)),
       companyAdmin_(std::move(companyAdmin)) {}
+
+HelperService::~HelperService() = default;
 
 void HelperService::ping(const Reply<std::string>& reply) { reply("pong"); }
 

@@ -15,11 +15,14 @@
 
 namespace molvane {
 
+class DeviceJobRunner;
+
 /// The one service object behind all connections.
 ///
 /// Every protocol method does its work on the calling thread and calls its reply exactly once before it
 /// returns; whatever fails becomes the error of that reply. Methods of different connections run side by
-/// side, so the service keeps no unguarded state of its own; changes of accounts wait for each other.
+/// side, so the service keeps no unguarded state of its own; changes of accounts wait for each other, and
+/// the device jobs guard theirs.
 ///
 /// Methods that act for a person take the person's user identifier as `peerUID`. Their protocol forms stand
 /// for the helper process itself and are not reached through a connection: a PeerScopedHelper is what gets
@@ -27,8 +30,10 @@ namespace molvane {
 class HelperService final : public MolvaneHelperXPCProtocol {
  public:
   HelperService() = delete;
+  /// `jobs` and `companyAdmin` must not be null.
   HelperService(PathAllowlist allowlist, std::set<std::string> deniedBasenames,
-                std::unique_ptr<CompanyAdminKeeper> companyAdmin);
+                std::unique_ptr<DeviceJobRunner> jobs, std::unique_ptr<CompanyAdminKeeper> companyAdmin);
+  ~HelperService() override;
 
   void ping(const Reply<std::string>& reply) override;
   void removeAllowedItem(const std::string& path, const Reply<bool, OptionalError>& reply) override;
@@ -89,6 +94,7 @@ class HelperService final : public MolvaneHelperXPCProtocol {
 
   const PathAllowlist allowlist_;
   const std::set<std::string> deniedBasenames_;
+  const std::unique_ptr<DeviceJobRunner> jobs_;
   /// Held while the tools run: two changes that are each allowed could together take the last administrator
   /// away, and an account that is being created must not be taken for the company administrator's. Taken
   /// before any other lock.

@@ -1,19 +1,31 @@
-#include "HelperKit/Service/HelperService.hpp"
-
 #include <unistd.h>
 
-#include <cerrno>
 #include <optional>
 #include <string>
+#include <string_view>
 
-#include "Base/NSError.hpp"
+#include "Base/JsonCoding.hpp"
+#include "HelperKit/Devices/DeviceJobRunner.hpp"
+#include "HelperKit/Service/HelperService.hpp"
 #include "HelperKit/Service/HelperServiceError.hpp"
+#include "HelperProtocol/DeviceJobSpec.hpp"
+#include "HelperProtocol/DeviceJobStatus.hpp"
 
 namespace molvane {
 namespace {
 
-// The answer of a method whose work is not part of this build.
-NSError notBuilt() { return {std::string(kPOSIXErrorDomain), ENOSYS, posixErrorDescription(ENOSYS)}; }
+DeviceJobSpec specOf(const Data& document) {
+  try {
+    return decodedJson<DeviceJobSpec>({reinterpret_cast<const char*>(document.data()), document.size()});
+  } catch (const DecodingError& error) {
+    throw HelperServiceError(HelperServiceErrorCase::badJobSpec, error.errorDescription());
+  }
+}
+
+Data documentOf(const DeviceJobStatus& status) {
+  const std::string text = encodedJson(status);
+  return {text.begin(), text.end()};
+}
 
 }  // namespace
 
@@ -22,16 +34,34 @@ void HelperService::startDeviceJob(const Data& spec,
   startDeviceJob(spec, getuid(), reply);
 }
 
-void HelperService::startDeviceJob(const Data& /*spec*/, std::uint32_t /*peerUID*/,
+void HelperService::startDeviceJob(const Data& spec, std::uint32_t peerUID,
                                    const Reply<std::optional<std::string>, OptionalError>& reply) {
-  reply(std::nullopt, notBuilt());
+  std::string id;
+  try {
+    id = jobs_->start(specOf(spec), peerUID);
+  } catch (const DevicePolicyError& error) {
+    return reply(std::nullopt, error.asNSError());
+  } catch (...) {
+    return reply(std::nullopt, replyErrorOfCurrentException());
+  }
+  reply(id, std::nullopt);
 }
 
 void HelperService::deviceJobStatus(const std::string& jobID,
                                     const Reply<std::optional<Data>, OptionalError>& reply) {
-  reply(std::nullopt, HelperServiceError(HelperServiceErrorCase::unknownJob, jobID).asNSError());
+  Data document;
+  try {
+    const std::optional<DeviceJobStatus> status = jobs_->status(jobID);
+    if (!status) throw HelperServiceError(HelperServiceErrorCase::unknownJob, jobID);
+    document = documentOf(*status);
+  } catch (...) {
+    return reply(std::nullopt, replyErrorOfCurrentException());
+  }
+  reply(document, std::nullopt);
 }
 
-void HelperService::cancelDeviceJob(const std::string& /*jobID*/, const Reply<bool>& reply) { reply(false); }
+void HelperService::cancelDeviceJob(const std::string& jobID, const Reply<bool>& reply) {
+  reply(jobs_->cancel(jobID));
+}
 
 }  // namespace molvane

@@ -14,6 +14,7 @@
 #include <tuple>
 #include <vector>
 
+#include "HelperKit/Devices/DeviceJobRunner.hpp"
 #include "HelperKit/Service/HelperPathPolicy.hpp"
 #include "HelperKit/Service/HelperServiceError.hpp"
 #include "HelperKit/Service/PeerScopedHelper.hpp"
@@ -74,6 +75,7 @@ class HelperServiceTest : public ::testing::Test {
   std::shared_ptr<MolvaneHelperXPCProtocol> helper_ = std::make_shared<PeerScopedHelper>(
       std::make_shared<HelperService>(HelperPathPolicy::fixtureAllowlist(scratch_.path() + "/root"),
                                       HelperPathPolicy::defaultDeniedBasenames(),
+                                      std::make_unique<DeviceJobRunner>([] { return DevicePolicy(); }),
                                       std::make_unique<CompanyAdminKeeper>(scratch_.path() + "/state")),
       501);
 };

@@ -1,0 +1,113 @@
+#include "HelperKit/Devices/DeviceJobRunner.hpp"
+
+#include <exception>
+#include <system_error>
+#include <utility>
+#include <variant>
+
+#include "Base/NSError.hpp"
+#include "Base/Uuid.hpp"
+
+namespace molvane {
+namespace {
+
+constexpr const char* kTmutil = "/usr/bin/tmutil";
+
+// What leaves the work is the system giving out under it.
+void runToEnd(DeviceJob& job, const std::function<void(DeviceJob&)>& work) {
+  try {
+    work(job);
+  } catch (const std::system_error& error) {
+    job.fail(posixErrorDescription(error.code().value()));
+  } catch (const std::exception& error) {
+    job.fail(error.what());
+  }
+}
+
+}  // namespace
+
+DeviceJobRunner::DeviceJobRunner(DevicePolicyFactory makePolicy, RawDeviceOpener openDevice)
+    : makePolicy_(std::move(makePolicy)), openDevice_(std::move(openDevice)) {}
+
+DeviceJobRunner::~DeviceJobRunner() {
+  table_.end();
+  std::list<Running> running;
+  {
+    const MutexLock lock(mutex_);
+    running.swap(running_);
+  }
+}
+
+std::string DeviceJobRunner::start(const DeviceJobSpec& spec, std::uint32_t peerUID) {
+  const std::string id = Uuid::random().text();
+  const DevicePolicy policy = makePolicy_();
+  const Planned planned = std::visit([&](const auto& job) { return plan(policy, job, peerUID); }, spec.job);
+  DeviceJobStatus queued;
+  queued.bytesTotal = planned.bytesTotal;
+  table_.add(id, queued);
+  try {
+    launch(id, planned.work);
+  } catch (...) {
+    table_.remove(id);
+    throw;
+  }
+  return id;
+}
+
+std::optional<DeviceJobStatus> DeviceJobRunner::status(const std::string& id) const {
+  return table_.status(id);
+}
+
+bool DeviceJobRunner::cancel(const std::string& id) { return table_.cancel(id); }
+
+DeviceJobRunner::Planned DeviceJobRunner::plan(const DevicePolicy& policy, const ImageDevice& job,
+                                               std::uint32_t peerUID) const {
+  const DeviceFacts facts = policy.validateSourceDevice(job.sourceBSD);
+  const ImageWork work{.facts = facts,
+                       .destination = policy.validateImageDestination(job.destinationPath),
+                       .ownerUID = job.ownerUID == 0 ? peerUID : job.ownerUID};
+  return {facts.sizeBytes, [this, work](DeviceJob& running) { runImage(running, openDevice_, work); }};
+}
+
+DeviceJobRunner::Planned DeviceJobRunner::plan(const DevicePolicy& policy, const WriteImage& job,
+                                               std::uint32_t peerUID) const {
+  const DeviceFacts facts = policy.validateTargetDevice(job.targetBSD);
+  const DevicePolicy::ImageSource source =
+      policy.validateImageSource(job.sourcePath, peerUID, facts.sizeBytes);
+  const WriteWork work{
+      .source = source.path, .size = source.size, .facts = facts, .verify = job.verify, .peerUID = peerUID};
+  return {source.size, [this, work](DeviceJob& running) { runWrite(running, openDevice_, work); }};
+}
+
+DeviceJobRunner::Planned DeviceJobRunner::plan(const DevicePolicy& policy, const CreateInstallMedia& job,
+                                               std::uint32_t /*peerUID*/) const {
+  const std::string tool = policy.validateInstaller(job.installerAppPath);
+  const std::string volume = policy.validateTargetVolume(job.targetVolumePath);
+  return {0, [tool, volume](DeviceJob& running) { runInstallMedia(running, tool, volume); }};
+}
+
+DeviceJobRunner::Planned DeviceJobRunner::plan(const DevicePolicy& policy,
+                                               const SetTimeMachineDestination& job,
+                                               std::uint32_t /*peerUID*/) const {
+  const std::string volume = policy.validateTargetVolume(job.volumePath);
+  return {0, [volume](DeviceJob& running) { runFixedTool(running, kTmutil, {"setdestination", volume}); }};
+}
+
+void DeviceJobRunner::launch(const std::string& id, const Work& work) {
+  const auto isOver = std::make_shared<std::atomic<bool>>(false);
+  Running running{Thread([this, id, work, isOver] {
+                    DeviceJob job(table_, id);
+                    runToEnd(job, work);
+                    *isOver = true;
+                  }),
+                  isOver};
+  std::list<Running> over;  // their threads are joined after the lock is given back
+  const MutexLock lock(mutex_);
+  for (auto next = running_.begin(); next != running_.end();) {
+    const auto current = next++;
+    if (*current->isOver) over.splice(over.end(), running_, current);
+  }
+  running_.push_back(std::move(running));
+}
+
+}  // namespace molvane

@@ -1,0 +1,151 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <fstream>
+
+#include "HelperKit/Devices/DeviceJobWork.hpp"
+#include "HelperKit/Devices/ToolOutput.hpp"
+#include "Platform/Thread.hpp"
+#include "Platform/posix/LeftoverProcesses.hpp"
+#include "Platform/testing/ToolFolder.hpp"
+
+namespace molvane {
+namespace {
+
+using namespace std::chrono_literals;
+using ::testing::EndsWith;
+using ::testing::StartsWith;
+using Phase = DeviceJobStatus::Phase;
+
+constexpr ToolLimits kShort{.poll = 10ms, .outputAfterExit = 50ms, .exitAtEnd = 20ms, .kibibytesKept = 4};
+const std::string kMediaLine = "$ createinstallmedia --volume /Volumes/USB --nointeraction\n";
+
+class DeviceToolsTest : public ::testing::Test {
+ protected:
+  DeviceToolsTest() { table_.add("job", {}); }
+  void TearDown() override {
+    EXPECT_TRUE(LeftoverProcesses::shared().waitUntilNone(std::chrono::steady_clock::now() + 60s));
+    EXPECT_FALSE(testing::hasUnreapedChildren());
+  }
+
+  DeviceJobStatus media(const std::string& commands, const ToolLimits& limits = kShort) {
+    DeviceJob job(table_, "job");
+    runInstallMedia(job, tools_.addScript("createinstallmedia", commands), "/Volumes/USB", limits);
+    return table_.status("job").value();
+  }
+
+  DeviceJobStatus fixed(const std::string& commands) {
+    DeviceJob job(table_, "job");
+    runFixedTool(job, tools_.addScript("tmutil", commands), {"setdestination", "/Volumes/My Backup"}, kShort);
+    return table_.status("job").value();
+  }
+
+  // Waits until the log holds `text`, then does it. The log is what a client would look at.
+  [[nodiscard]] Thread onceLogged(const std::string& text, std::function<void()> action) {
+    return Thread([this, text, action = std::move(action)] {
+      const auto deadline = std::chrono::steady_clock::now() + 60s;
+      while (std::chrono::steady_clock::now() < deadline) {
+        if (table_.status("job")->log.find(text) != std::string::npos) return action();
+        std::this_thread::yield();
+      }
+      ADD_FAILURE() << "never logged: " << text;
+    });
+  }
+
+  testing::ToolFolder tools_;
+  DeviceJobTable table_;
+};
+
+TEST_F(DeviceToolsTest, InstallMediaLogsWhatTheToolWritesAsItComes) {
+  EXPECT_EQ(media("echo \"$# $1 $2 $3\"; echo warning >&2; [ -t 0 ] || read line || printf 'no input'"),
+            (DeviceJobStatus{
+                .phase = Phase::finished,
+                .log = kMediaLine + "3 --volume /Volumes/USB --nointeraction\nwarning\nno inputDone.\n"}));
+  // The tool goes on only when its first words were seen.
+  const std::string flag = tools_.path("flag");
+  const Thread waiter = onceLogged("Copying: 10%", [&] { std::ofstream{flag}; });
+  table_.add("job", {});
+  EXPECT_EQ(
+      media("printf 'Copying: 10%%...'; while [ ! -e " + flag + " ]; do sleep 0.01; done; echo 100%").log,
+      kMediaLine + "Copying: 10%...100%\nDone.\n");
+}
+
+TEST_F(DeviceToolsTest, InstallMediaFailsWithTheToolsStatus) {
+  EXPECT_EQ(media("echo no; exit 7"),
+            (DeviceJobStatus{.phase = Phase::failed,
+                             .log = kMediaLine + "no\ncreateinstallmedia exited 7\n",
+                             .error = "createinstallmedia exited 7"}));
+  DeviceJob job(table_, "job");
+  runInstallMedia(job, tools_.path("missing"), "/Volumes/USB", kShort);
+  EXPECT_EQ(table_.status("job")->error, "The operation couldn’t be completed. No such file or directory");
+}
+
+TEST_F(DeviceToolsTest, KeepsTheLogValidAndBounded) {
+  EXPECT_THAT(media("printf 'a\\377b\\342\\202'").log, EndsWith("a\uFFFDb\uFFFDDone.\n"));
+  table_.add("job", {});
+  const DeviceJobStatus flooded = media("yes 0123456789abcdef | head -c 3000000; exit 3");
+  EXPECT_THAT(flooded.log, EndsWith("\n[output cut after 4 KiB]\ncreateinstallmedia exited 3\n"));
+  EXPECT_LT(flooded.log.size(), 4096 + 200);
+
+  ToolOutput output(1);
+  EXPECT_EQ(output.textOf("one \xE2"), "one ");
+  EXPECT_EQ(output.textOf("\x82"), "");
+  EXPECT_EQ(output.textOf("\xAC \xF0\x9F\x98"), "€ ");
+  EXPECT_EQ(output.textOf("\x80\xFF"), "😀\uFFFD");
+  EXPECT_EQ(output.textOf("\xC3"), "");
+  EXPECT_EQ(output.rest(), "\uFFFD");
+  EXPECT_EQ(output.rest(), "");
+}
+
+TEST_F(DeviceToolsTest, CancellingInstallMediaEndsTheTool) {
+  for (const std::string ending : {"exit 0", "kill -TERM $$; exit 1"}) {
+    DeviceJobTable fresh;
+    Thread canceller = onceLogged("ready", [this] { EXPECT_TRUE(table_.cancel("job")); });
+    const DeviceJobStatus status =
+        media("trap 'exit 5' TERM; echo ready; while :; do sleep 0.01; done; " + ending);
+    EXPECT_EQ(status, (DeviceJobStatus{.phase = Phase::cancelled, .log = kMediaLine + "ready\n"}));
+    canceller.join();
+    table_.add("job", {});
+  }
+}
+
+TEST_F(DeviceToolsTest, WaitsForAToolThatIgnoresBeingCancelled) {
+  const Thread canceller = onceLogged("ready", [this] { table_.cancel("job"); });
+  const DeviceJobStatus status =
+      media("trap 'touch " + tools_.path("asked") + "' TERM; echo ready; while [ ! -e " +
+            tools_.path("asked") + " ]; do sleep 0.01; done; echo finished anyway");
+  EXPECT_EQ(status.phase, Phase::cancelled);
+  EXPECT_THAT(status.log, EndsWith("finished anyway\n"));
+}
+
+TEST_F(DeviceToolsTest, LeavesToolsBehindWhenTheProcessEnds) {
+  const std::string done = tools_.path("done");
+  {
+    const Thread ender = onceLogged("ready", [this] { table_.end(); });
+    EXPECT_EQ(media("trap '' TERM; echo ready; while [ ! -e " + done + " ]; do sleep 0.01; done").phase,
+              Phase::cancelled);
+  }
+  EXPECT_EQ(fixed("while [ ! -e " + done + " ]; do sleep 0.01; done; touch " + done + ".too").phase,
+            Phase::cancelled);
+  std::ofstream{done};
+  EXPECT_TRUE(LeftoverProcesses::shared().waitUntilNone(std::chrono::steady_clock::now() + 60s));
+  EXPECT_TRUE(std::ifstream(done + ".too").good());
+}
+
+TEST_F(DeviceToolsTest, AFixedToolRunsToItsEndAndIsQuotedWhenItFails) {
+  const std::string line = "$ tmutil setdestination /Volumes/My Backup\n";
+  EXPECT_EQ(fixed("echo \"$#:$1:$2\""),
+            (DeviceJobStatus{.phase = Phase::finished,
+                             .log = line + "2:setdestination:/Volumes/My Backup\nDone.\n"}));
+  const std::string message = "tmutil exited 80: too\nsmall \uFFFD";
+  EXPECT_EQ(fixed("printf '\\n too\\nsmall \\377 \\n'; exit 80").error, message);
+  EXPECT_THAT(table_.status("job")->log, EndsWith("\n too\nsmall \uFFFD \n" + message + "\n"));
+
+  table_.add("job", {});
+  table_.cancel("job");
+  EXPECT_EQ(fixed("echo set").phase, Phase::finished);
+}
+
+}  // namespace
+}  // namespace molvane

@@ -1,0 +1,162 @@
+#include "Platform/RawDevice.hpp"
+
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <system_error>
+#include <utility>
+
+#include "Base/NSError.hpp"
+#include "Platform/FileDescriptor.hpp"
+#include "Platform/PageBuffer.hpp"
+#include "Platform/linux/DiskClaim.hpp"
+
+namespace molvane {
+namespace {
+
+using Access = RawDeviceRequest::Access;
+
+constexpr std::size_t kLargestBlock = 65536;
+
+int openFlags(Access access) {
+  switch (access) {
+    case Access::read:
+      return O_RDONLY;
+    case Access::write:
+      return O_WRONLY;
+    case Access::readWrite:
+      return O_RDWR;
+  }
+  return O_RDONLY;
+}
+
+IoResult result(ssize_t count) {
+  return count < 0 ? IoResult{0, errno} : IoResult{static_cast<std::size_t>(count), 0};
+}
+
+class LinuxRawDevice final : public RawDevice {
+ public:
+  LinuxRawDevice(FileDescriptor device, std::size_t blockSize, bool isCached,
+                 std::unique_ptr<DiskClaim> claim)
+      : device_(std::move(device)),
+        blockSize_(blockSize),
+        isCached_(isCached),
+        oneBlock_(blockSize),
+        claim_(std::move(claim)) {}
+
+  IoResult readAt(std::span<std::byte> bytes, std::int64_t offset) override {
+    if (!isAligned(bytes, offset)) return readWithinBlock(bytes, offset);
+    return plainRead(bytes, offset);
+  }
+
+  IoResult writeAt(std::span<const std::byte> bytes, std::int64_t offset) override {
+    ssize_t count = 0;
+    do {
+      count = ::pwrite(device_.get(), bytes.data(), bytes.size(), offset);
+    } while (count < 0 && errno == EINTR);
+    return result(count);
+  }
+
+  int sync() override {
+    if (::fsync(device_.get()) != 0) return errno;
+    // Where the device could not be opened past the cache, what is read back must still not come from it.
+    if (isCached_ && ::ioctl(device_.get(), BLKFLSBUF, 0) != 0) return errno;
+    return 0;
+  }
+
+ private:
+  [[nodiscard]] bool isAligned(std::span<const std::byte> bytes, std::int64_t offset) const {
+    return bytes.size() % blockSize_ == 0 && static_cast<std::uint64_t>(offset) % blockSize_ == 0 &&
+           reinterpret_cast<std::uintptr_t>(bytes.data()) % blockSize_ == 0;
+  }
+
+  IoResult plainRead(std::span<std::byte> bytes, std::int64_t offset) const {
+    ssize_t count = 0;
+    do {
+      count = ::pread(device_.get(), bytes.data(), bytes.size(), offset);
+    } while (count < 0 && errno == EINTR);
+    return result(count);
+  }
+
+  // Of the block that holds `offset`, or of the whole blocks that follow when only the end is ragged.
+  IoResult readWithinBlock(std::span<std::byte> bytes, std::int64_t offset) {
+    const std::size_t whole = bytes.size() / blockSize_ * blockSize_;
+    if (whole != 0 && isAligned(bytes.first(whole), offset)) return plainRead(bytes.first(whole), offset);
+    const std::size_t lead = static_cast<std::uint64_t>(offset) % blockSize_;
+    const IoResult block = plainRead(oneBlock_.bytes(), offset - static_cast<std::int64_t>(lead));
+    if (block.error != 0 || block.count <= lead) return {0, block.error};
+    const std::size_t count = std::min(bytes.size(), block.count - lead);
+    std::memcpy(bytes.data(), oneBlock_.bytes().data() + lead, count);
+    return {count, 0};
+  }
+
+  const FileDescriptor device_;
+  const std::size_t blockSize_;
+  const bool isCached_;
+  const PageBuffer oneBlock_;
+  // Given up before the device is closed: closing it makes the desktop look at the disk again, and then the
+  // new content may be shown.
+  const std::unique_ptr<DiskClaim> claim_;
+};
+
+struct OpenedNode {
+  FileDescriptor descriptor;
+  bool isCached = false;
+};
+
+OpenedNode openNode(const std::string& path, int flags) {
+  // Not blocking: a drive without a medium, or what is no disk at all, answers at once.
+  flags |= O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+  FileDescriptor direct(::open(path.c_str(), flags | O_DIRECT));
+  if (direct) return {std::move(direct), false};
+  if (errno != EINVAL) throwErrno("open " + path);
+  FileDescriptor cached(::open(path.c_str(), flags));
+  if (!cached) throwErrno("open " + path);
+  return {std::move(cached), true};
+}
+
+[[noreturn]] void refuse(int error, const std::string& path) {
+  throw std::system_error(error, std::generic_category(), path);
+}
+
+dev_t diskNumber(const FileDescriptor& node, const std::string& path) {
+  struct stat status {};
+  if (::fstat(node.get(), &status) != 0) throwErrno("fstat " + path);
+  if (!S_ISBLK(status.st_mode)) refuse(ENOTBLK, path);
+  return status.st_rdev;
+}
+
+}  // namespace
+
+std::unique_ptr<RawDevice> openRawDevice(const RawDeviceRequest& request) {
+  const std::string& path = request.path;
+  // Opening what is no disk may already set something off, so the node is looked at first.
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0) throwErrno("stat " + path);
+  if (!S_ISBLK(status.st_mode)) refuse(ENOTBLK, path);
+
+  std::unique_ptr<DiskClaim> claim;
+  if (request.access != Access::read) {
+    claim = std::make_unique<DiskClaim>(path, status.st_rdev, request.diskName);
+  }
+  OpenedNode node = openNode(path, openFlags(request.access));
+  if (diskNumber(node.descriptor, path) != status.st_rdev) refuse(ENODEV, path);
+
+  std::uint64_t size = 0;
+  int blockSize = 0;
+  if (::ioctl(node.descriptor.get(), BLKGETSIZE64, &size) != 0) throwErrno("size of " + path);
+  if (::ioctl(node.descriptor.get(), BLKSSZGET, &blockSize) != 0) throwErrno("block size of " + path);
+  if (size != static_cast<std::uint64_t>(request.sizeBytes)) refuse(ENODEV, path);
+  if (blockSize <= 0 || static_cast<std::size_t>(blockSize) > kLargestBlock) refuse(EINVAL, path);
+  return std::make_unique<LinuxRawDevice>(std::move(node.descriptor), static_cast<std::size_t>(blockSize),
+                                          node.isCached, std::move(claim));
+}
+
+}  // namespace molvane

@@ -1,0 +1,167 @@
+#include "Platform/RawDevice.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <system_error>
+
+#include "Platform/ChildProcess.hpp"
+#include "Platform/FileDescriptor.hpp"
+#include "Platform/PageBuffer.hpp"
+#include "Platform/ProcessDirectories.hpp"
+#include "Platform/linux/testing/LoopDevice.hpp"
+#include "Platform/testing/TemporaryFolder.hpp"
+
+namespace molvane {
+namespace {
+
+namespace fs = std::filesystem;
+using Access = RawDeviceRequest::Access;
+
+constexpr std::int64_t kSize = 8 * 1024 * 1024;
+
+// The helper's own folder, made for the test where there is no helper.
+class HelperFolder {
+ public:
+  HelperFolder() : isOurs_(fs::create_directory(temporaryDirectory())) {}
+  ~HelperFolder() {
+    std::error_code ignored;
+    fs::remove(writing(), ignored);
+    if (isOurs_) fs::remove(temporaryDirectory(), ignored);
+  }
+  HelperFolder(const HelperFolder&) = delete;
+  HelperFolder& operator=(const HelperFolder&) = delete;
+
+  static std::string writing() { return temporaryDirectory() + "/writing"; }
+
+ private:
+  const bool isOurs_;
+};
+
+class RawDeviceTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (geteuid() != 0) GTEST_SKIP() << "needs root: loop devices";
+    std::ofstream{file_};
+    fs::resize_file(file_, kSize);
+    loop_.emplace(file_);
+  }
+
+  [[nodiscard]] std::unique_ptr<RawDevice> open(Access access, std::int64_t size = kSize) const {
+    return openRawDevice(
+        {.path = loop_->path(), .diskName = "disk4test", .sizeBytes = size, .access = access});
+  }
+
+  [[nodiscard]] int refusal(Access access, std::int64_t size = kSize) const {
+    try {
+      static_cast<void>(open(access, size));
+    } catch (const std::system_error& error) {
+      return error.code().value();
+    }
+    return 0;
+  }
+
+  [[nodiscard]] bool isClaimed() const {
+    const FileDescriptor stranger(::open(loop_->path().c_str(), O_RDONLY | O_EXCL | O_CLOEXEC));
+    return !stranger && errno == EBUSY;
+  }
+
+  TemporaryFolder folder_;
+  const std::string file_ = folder_.path() + "/disk";
+  std::optional<testing::LoopDevice> loop_;
+};
+
+TEST_F(RawDeviceTest, ReadsBackFromTheDeviceItselfAlignedOrNot) {
+  const PageBuffer buffer(8192);
+  const std::span<std::byte> bytes = buffer.bytes();
+  for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<std::byte>(i * 7 + i / 512);
+  const std::unique_ptr<RawDevice> device = open(Access::readWrite);
+  EXPECT_EQ(device->writeAt(bytes, 4096), (IoResult{8192, 0}));
+  EXPECT_EQ(device->writeAt(bytes.first(100), 4096), (IoResult{0, EINVAL}));
+  EXPECT_EQ(device->writeAt(bytes.first(512), kSize).error, ENOSPC);
+  EXPECT_EQ(device->sync(), 0);
+
+  // What lies below changes; a cache in between would still have the old bytes.
+  const std::byte changed{0xEE};
+  const FileDescriptor below(::open(file_.c_str(), O_WRONLY | O_CLOEXEC));
+  ASSERT_EQ(::pwrite(below.get(), &changed, 1, 4096 + 5), 1);
+  bytes[5] = changed;
+
+  const PageBuffer again(8192);
+  EXPECT_EQ(device->readAt(again.bytes(), 4096), (IoResult{8192, 0}));
+  EXPECT_EQ(std::memcmp(again.bytes().data(), bytes.data(), 8192), 0);
+
+  std::array<std::byte, 8192> odd{};
+  for (std::size_t at = 0; at < 3000;) {
+    const IoResult read =
+        device->readAt(std::span(odd).subspan(at, 3000 - at), 4096 + 700 + static_cast<std::int64_t>(at));
+    ASSERT_EQ(read.error, 0);
+    ASSERT_GT(read.count, 0U);
+    at += read.count;
+  }
+  EXPECT_EQ(std::memcmp(odd.data(), bytes.data() + 700, 3000), 0);
+  EXPECT_EQ(device->readAt(again.bytes(), kSize), (IoResult{0, 0}));
+  EXPECT_EQ(device->readAt(again.bytes(), kSize - 512), (IoResult{512, 0}));
+}
+
+TEST_F(RawDeviceTest, OpensOnlyTheDiskThatWasMeant) {
+  EXPECT_EQ(refusal(Access::read, kSize + 512), ENODEV);
+  EXPECT_EQ(refusal(Access::write, kSize - 512), ENODEV);
+  for (const std::string& path : {file_, std::string("/dev/null"), folder_.path(), file_ + "missing"}) {
+    try {
+      static_cast<void>(
+          openRawDevice({.path = path, .diskName = "x", .sizeBytes = kSize, .access = Access::write}));
+      ADD_FAILURE() << path;
+    } catch (const std::system_error& error) {
+      EXPECT_EQ(error.code().value(), path.ends_with("missing") ? ENOENT : ENOTBLK) << path;
+    }
+  }
+  EXPECT_FALSE(isClaimed());
+}
+
+TEST_F(RawDeviceTest, IsNotWrittenWhileAVolumeOfItIsMounted) {
+  ChildProcess mkfs({"/sbin/mkfs.ext4", {"-q", loop_->path()}, ChildProcess::StandardInput::null});
+  ASSERT_TRUE(mkfs.pump(ChildProcess::Clock::now() + std::chrono::seconds(60), [](std::string_view) {}));
+  ASSERT_EQ(mkfs.terminationStatus(), 0);
+  const std::string volume = folder_.path() + "/volume";
+  fs::create_directory(volume);
+  ASSERT_EQ(mount(loop_->path().c_str(), volume.c_str(), "ext4", 0, nullptr), 0);
+  EXPECT_EQ(refusal(Access::write), EBUSY);
+  EXPECT_EQ(refusal(Access::readWrite), EBUSY);
+  EXPECT_EQ(refusal(Access::read), 0);
+  ASSERT_EQ(umount(volume.c_str()), 0);
+
+  const std::unique_ptr<RawDevice> device = open(Access::write);
+  EXPECT_NE(mount(loop_->path().c_str(), volume.c_str(), "ext4", 0, nullptr), 0);
+  EXPECT_EQ(errno, EBUSY);
+}
+
+TEST_F(RawDeviceTest, ClaimsAndMarksTheDiskUntilTheLastWriterHasGone) {
+  const HelperFolder helperFolder;
+  const std::string marker = HelperFolder::writing() + "/disk4test";
+  std::unique_ptr<RawDevice> first = open(Access::write);
+  EXPECT_TRUE(isClaimed());
+  EXPECT_TRUE(fs::exists(marker));
+  std::unique_ptr<RawDevice> second = open(Access::readWrite);
+  first.reset();
+  EXPECT_TRUE(isClaimed());
+  EXPECT_TRUE(fs::exists(marker));
+  second.reset();
+  EXPECT_FALSE(isClaimed());
+  EXPECT_FALSE(fs::exists(marker));
+
+  const std::unique_ptr<RawDevice> reader = open(Access::read);
+  EXPECT_FALSE(isClaimed());
+  EXPECT_FALSE(fs::exists(marker));
+}
+
+}  // namespace
+}  // namespace molvane
