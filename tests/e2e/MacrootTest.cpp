@@ -45,8 +45,9 @@ TEST_F(Macroot, LooksLikeAMac) {
 
 TEST_F(Macroot, KeepsTheMachineOut) {
   const Outcome outcome = enter(
-      "find /dev /tmp /run -type b; ls -d /proc/[0-9]* | wc -l; cut -d: -f1 /etc/passwd | sort;"
-      "findmnt -rno SOURCE | grep ^/dev; echo 0 > /proc/sys/kernel/panic");
+      "find /dev /tmp /run -type b ! -name '*disk*'; ls -d /proc/[0-9]* | wc -l; cut -d: -f1 /etc/passwd | "
+      "sort;"
+      "findmnt -rno SOURCE | grep ^/dev | grep -v ^/dev/disk; echo 0 > /proc/sys/kernel/panic");
   EXPECT_NE(outcome.status, 0) << "the kernel's settings can be written";
   const auto lines = outcome.out.find('\n');
   EXPECT_LT(std::stoi(outcome.out.substr(0, lines)), 20) << "the machine's processes can be seen";
@@ -137,6 +138,93 @@ TEST_F(Macroot, TakesWhatTheCommandLeftRunningWithIt) {
   line.letGo();
   EXPECT_EQ(root.wait().status, 0);
   EXPECT_FALSE(line.next());
+}
+
+// Its disks. A machine that lends no loop devices has none.
+class MacrootDisks : public Macroot {
+ protected:
+  void SetUp() override {
+    Macroot::SetUp();
+    if (enter("test -b /dev/disk4").status != 0) GTEST_SKIP() << "this machine lends no loop devices";
+  }
+
+  // A root with a disk that can fail must be possible, too.
+  static bool canFail() { return enter("$MACROOT/lib/disk attach --faulty disk9 1M").status == 0; }
+
+  // Loop devices of the machine with that many bytes.
+  static int loopsOf(std::uint64_t bytes) {
+    int count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/sys/block")) {
+      if (entry.path().filename().string().find("loop") != 0) continue;
+      if (readFile(entry.path() / "size") == std::to_string(bytes / 512) + "\n") ++count;
+    }
+    return count;
+  }
+
+  // A size that no other root's disk has.
+  const std::uint64_t size_ = (std::uint64_t{16} << 20) + static_cast<std::uint64_t>(getpid()) * 512;
+};
+
+TEST_F(MacrootDisks, AreDescribedAsTheHardwareOfAMac) {
+  const Outcome outcome = enter(
+      "set -e; cd /sys/class/block; ls; for disk in disk?; do readlink $disk; cat $disk/dev; stat -c "
+      "'%Hr:%Lr' /dev/$disk /dev/r$disk; test $(blockdev --getsz /dev/$disk) = $(cat $disk/size); done; "
+      "findmnt -rno SOURCE,TARGET -t ext4; cat disk4s1/partition; test -e $(readlink -f disk4/..)/disk4s1 || "
+      "test -d disk4/disk4s1");
+  EXPECT_EQ(outcome.status, 0) << testing::PrintToString(outcome);
+  EXPECT_THAT(outcome.out, StartsWith("disk0\ndisk0s1\ndisk1\ndisk1s1\ndisk4\ndisk4s1\ndisk5\n"));
+  for (const char* text :
+       {"/nvme/nvme0/disk0\n", "/ata2/", "/usb1/1-5/1-5:1.0/", "devices/virtual/block/disk5",
+        "/dev/disk0s1 /System/Volumes/Data\n/dev/disk4s1 /Volumes/USB\n1\n"}) {
+    EXPECT_THAT(outcome.out, HasSubstr(text));
+  }
+}
+
+TEST_F(MacrootDisks, FailAsTold) {
+  if (!canFail()) GTEST_SKIP() << "this machine has no nbdkit, nbdfuse or /dev/fuse";
+  const Outcome outcome = enter(
+      "d=/dev/rdisk9; tell() { echo \"$*\" > /etc/macroot/disks/disk9; };"
+      "copy() { dd bs=512 status=none \"$@\" 2>&1; };"
+      "$MACROOT/lib/disk attach --faulty disk9 1M; head -c 1M /dev/urandom > /tmp/image;"
+      "copy if=/tmp/image of=$d oflag=direct bs=1M; copy if=$d iflag=direct bs=1M | cmp - /tmp/image && echo "
+      "same;"
+      "tell bad 1 9-10; for s in $(seq 0 12); do copy if=$d iflag=direct count=1 skip=$s of=/dev/null "
+      ">/dev/null ||"
+      " echo -n \"$s \"; done; echo bad;"
+      "tell full 8; copy if=/tmp/image of=$d oflag=direct count=9 | grep -o 'No space.*';"
+      "tell fail-writes 3; copy if=/tmp/image of=$d oflag=direct count=9 | grep -o 'Input.*';"
+      "tell lie 5; copy if=/tmp/image of=$d oflag=direct bs=4k count=1;"
+      "copy if=$d iflag=direct bs=4k count=1 | cmp -l - <(head -c 4k /tmp/image) | tr -s ' ' | cut -d' ' -f2;"
+      "tell nonsense; copy if=$d iflag=direct count=1 of=/dev/null | grep -o 'Input.*'; tell;"
+      "exec 7<$d; $MACROOT/lib/disk detach disk9; ls /sys/class/block | grep -c disk9; ls /dev/*disk9 2>&1 | "
+      "wc -l;"
+      "copy if=/proc/self/fd/7 iflag=direct count=1 | grep -o 'Input.*'");
+  EXPECT_EQ(outcome.out,
+            "same\n1 9 10 bad\nNo space left on device\nInput/output error\n2561\nInput/output error\n0\n1\n"
+            "Input/output error\n");
+}
+
+TEST_F(MacrootDisks, NoneIsLeftWhenTheRootIsKilledInTheMiddleOfAWrite) {
+  if (!canFail()) GTEST_SKIP() << "this machine has no nbdkit, nbdfuse or /dev/fuse";
+  for (const int signal : {SIGTERM, SIGKILL}) {
+    Lifeline line;
+    Program root(
+        {MACROOT_ENTER, "--bare", "/bin/bash", "-c",
+         "set -e; d=$MACROOT/lib/disk; $d attach --volume /Volumes/Extra disk8 " + std::to_string(size_) +
+             "; $d attach --faulty disk9 " + std::to_string(size_) +
+             "; echo hold-writes 0 > /etc/macroot/disks/disk9;"
+             "dd if=/dev/zero of=/dev/rdisk9 bs=1M oflag=direct 2>/dev/null & "
+             "until grep -q ' [1-9]' <(cut -c10- /sys/../run/macroot/sys/dev/block/$(stat -c '%Hr:%Lr' "
+             "/dev/disk9)/inflight); do :; done; printf . >&" +
+             line.writer() + "; wait"});
+    line.letGo();
+    ASSERT_TRUE(line.next()) << testing::PrintToString(root.wait());
+    EXPECT_EQ(loopsOf(size_), 2);
+    root.kill(signal);
+    EXPECT_EQ(root.wait().status, 128 + signal);
+    EXPECT_FALSE(line.next());
+    EXPECT_TRUE(eventually([&] { return loopsOf(size_) == 0; })) << "a loop device is left behind";
+  }
 }
 
 TEST_F(Macroot, StandInsJudgeTheirArguments) {
