@@ -10,6 +10,7 @@ namespace molvane::bench {
 // temporary folders, leaves nothing behind, and throws when it cannot measure.
 
 std::vector<Comparison> benchAccounts();
+std::vector<Comparison> benchApplications();
 std::vector<Comparison> benchChildProcess();
 std::vector<Comparison> benchConnection();
 std::vector<Comparison> benchCore();

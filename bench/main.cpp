@@ -18,11 +18,15 @@ struct Benchmark {
 };
 
 const std::vector<Benchmark>& benchmarks() {
-  static const std::vector<Benchmark> all = {
-      {"accounts", benchAccounts},     {"child-process", benchChildProcess},
-      {"connection", benchConnection}, {"core", benchCore},
-      {"daemon", benchDaemon},         {"devices", benchDevices},
-      {"prompts", benchPrompts},       {"trees", benchTrees}};
+  static const std::vector<Benchmark> all = {{"accounts", benchAccounts},
+                                             {"applications", benchApplications},
+                                             {"child-process", benchChildProcess},
+                                             {"connection", benchConnection},
+                                             {"core", benchCore},
+                                             {"daemon", benchDaemon},
+                                             {"devices", benchDevices},
+                                             {"prompts", benchPrompts},
+                                             {"trees", benchTrees}};
   return all;
 }
 

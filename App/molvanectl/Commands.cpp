@@ -12,6 +12,8 @@ std::vector<CommandGroup> allCommands() {
   groups.push_back(accountCommands());
   groups.push_back(companyAdminCommands());
   groups.push_back(deviceCommands());
+  groups.push_back(appCommands());
+  groups.push_back(packageCommands());
   groups.push_back(pasteCommands());
   groups.push_back(scheduleCommands());
   return groups;

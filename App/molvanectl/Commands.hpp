@@ -12,6 +12,8 @@ CommandGroup taskCommands();
 CommandGroup accountCommands();
 CommandGroup companyAdminCommands();
 CommandGroup deviceCommands();
+CommandGroup appCommands();
+CommandGroup packageCommands();
 CommandGroup pasteCommands();
 CommandGroup scheduleCommands();
 

@@ -34,6 +34,11 @@ void removeAbandonedTemporaries(const FileDescriptor& folder, const std::string&
 /// std::system_error: EFBIG for more than `mostBytes`, EINVAL for what is no regular file.
 [[nodiscard]] std::optional<std::string> readSmallFile(const std::string& path, std::size_t mostBytes);
 
+/// The bytes of the regular file `name` in `folder`, which may be anybody's; nothing when there is none of
+/// that name. A link is not followed: ELOOP. Throws as readSmallFile does.
+[[nodiscard]] std::optional<std::string> readSmallFile(const FileDescriptor& folder, const std::string& name,
+                                                       std::size_t mostBytes);
+
 /// Why a file was not read strictly; each carries the file's name.
 enum class StrictReadErrorCase {
   missing,

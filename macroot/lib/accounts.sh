@@ -15,7 +15,7 @@
 # Besides standin.sh's directives a tool that asks for secrets takes:
 #   ask N            asks for a new password N times instead of twice
 #   prompt TEXT      asks for it with TEXT
-#   patience N       gives up when a prompt is not answered within N seconds
+#   patience N FROM  gives up when prompt FROM, or a later one, is not answered within N seconds
 #   slow-prompt      writes its prompts byte by byte
 #   echo             leaves the terminal's echo on
 #   tell             prints the new password
@@ -33,6 +33,7 @@ records=/var/db/dslocal/nodes/Default/users
 new_password_asks=2
 new_password_prompt=
 patience=
+patience_from=
 prompts=0
 slow_prompt=
 leave_echo=
@@ -44,7 +45,7 @@ standin_own() {
   case $1 in
     ask) new_password_asks=$2 ;;
     prompt) new_password_prompt=$2 ;;
-    patience) patience=$2 ;;
+    patience) read -r patience patience_from <<<"$2" ;;
     slow-prompt) slow_prompt=yes ;;
     echo) leave_echo=yes ;;
     tell) tell='whole' ;;
@@ -101,7 +102,9 @@ ask() {
   fi
   secret=
   prompts=$((prompts + 1))
-  if ! IFS= read -r ${patience:+-t "$patience"} secret <&"$tty" && [ -n "$patience" ]; then
+  if [ -z "$patience" ] || [ "$prompts" -lt "$patience_from" ]; then
+    IFS= read -r secret <&"$tty"
+  elif ! IFS= read -r -t "$patience" secret <&"$tty"; then
     fail "$standin_name: Error: prompt $prompts was not answered"
   fi
   stty "$saved" <&"$tty"

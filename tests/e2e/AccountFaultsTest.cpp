@@ -124,10 +124,11 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(AccountFaults, OnlySixPromptsAndOnlyThoseForPasswordsAreAnswered) {
-  EXPECT_THAT(failureOf(createWith("ask 7\npatience 1")), EndsWith("Error: prompt 7 was not answered"));
-  EXPECT_THAT(failureOf(createWith("ask 6\npatience 1", true)), EndsWith("Error: prompt 7 was not answered"));
+  EXPECT_THAT(failureOf(createWith("ask 7\npatience 1 7")), EndsWith("Error: prompt 7 was not answered"));
+  EXPECT_THAT(failureOf(createWith("ask 6\npatience 1 7", true)),
+              EndsWith("Error: prompt 7 was not answered"));
   for (const char* form : {"Word of passage:", "Enter the password", "Password? [y/n]"}) {
-    EXPECT_THAT(failureOf(createWith(std::string("patience 1\nprompt ") + form)),
+    EXPECT_THAT(failureOf(createWith(std::string("patience 1 1\nprompt ") + form)),
                 EndsWith("Error: prompt 1 was not answered"))
         << form;
   }

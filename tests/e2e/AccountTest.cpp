@@ -130,6 +130,22 @@ TEST_F(Accounts, RefusalsComeBeforeAnythingRuns) {
   companyAdminPassword();
 }
 
+// Each would be allowed alone.
+TEST_F(Accounts, TwoAtOnceDoNotTakeTheLastAdministratorAway) {
+  sitAtTheScreen(502);
+  ASSERT_TRUE(manage(withProof(create("dave", "correct horse", true), "ann", kAnnsPassword)).snapshot);
+  for (int round = 0; round < 5; ++round) {
+    auto first = std::async(std::launch::async, [this] { return manage(setAdmin("ann", false)); });
+    auto second = std::async(std::launch::async, [this] { return manage(setAdmin("dave", false)); });
+    const AccountReply ann = first.get();
+    const AccountReply dave = second.get();
+    EXPECT_NE(ann.snapshot.has_value(), dave.snapshot.has_value());
+    EXPECT_EQ((ann.snapshot ? dave : ann).text, "last-admin");
+    EXPECT_NE(isAdministrator("ann"), isAdministrator("dave"));
+    ASSERT_TRUE(manage(setAdmin(ann.snapshot ? "ann" : "dave", true)).snapshot);
+  }
+}
+
 TEST_F(Accounts, MalformedOperationsAreErrors) {
   for (const std::string document :
        {"", "null", "{}", "[]", R"({"delete":{}})", R"({"delete":{"name":1}})",

@@ -157,6 +157,10 @@ TEST_F(CompanyAdmin, LeavesForeignAccountsAlone) {
 TEST_F(CompanyAdmin, WiderModesAreNarrowed) {
   applyCompanyAdmin(companyConfig());
   fs::permissions(kStateFolder, fs::perms(0755));
+  fs::permissions(kStateFile, fs::perms(0644));
+  working();
+  EXPECT_EQ(modeOf(kStateFile), 0600U) << "readable for others until the next rotation";
+  fs::permissions(kStateFile, fs::perms(0644));
   setAge(8 * kDay);
   EXPECT_FALSE(applyCompanyAdmin(companyConfig()).contains("problem"));
   working();
@@ -187,6 +191,15 @@ TEST_F(CompanyAdmin, StateFileThatIsNotTheHelpersIsNotBelieved) {
   expectNotHandedOut("another's file");
   fs::create_directory(kStateFile);
   expectNotHandedOut("a folder");
+  writeFile(kStateFile, content);
+  fs::permissions(kStateFile, fs::perms(0620));
+  expectNotHandedOut("a file that others may write to");
+  writeFile(kStateFile, content);
+  fs::rename(kStateFolder, "/Users/ann/elsewhere");
+  fs::create_symlink("/Users/ann/elsewhere", kStateFolder);
+  expectNotHandedOut("a folder behind a link");
+  fs::remove(kStateFolder);
+  fs::rename("/Users/ann/elsewhere", kStateFolder);
   for (const std::string& broken : {content.substr(0, content.size() / 2), std::string(), std::string("null"),
                                     std::string("{}"), "\xFF" + content}) {
     writeFile(kStateFile, broken);

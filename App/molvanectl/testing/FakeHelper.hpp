@@ -28,7 +28,8 @@ struct FakeHelperState {
   /// By job: what each call for its status answers with, the last for good. Unknown jobs are refused.
   std::map<std::string, std::deque<std::string>> jobs;
   bool cancels = true;
-  std::vector<std::string> calls;  ///< method and argument of each call
+  std::map<std::string, std::string> installable;  ///< what installing the path answers
+  std::vector<std::string> calls;                  ///< method and argument of each call
   int connections = 0;
   int callsUntilLost = -1;  ///< the call that loses the connection; none if negative
 };
@@ -103,10 +104,35 @@ class FakeHelper : public testing::RecordingHelper {
     reply(state_.companyAdmin->first, state_.companyAdmin->second, std::nullopt);
   }
 
+  void removeApplication(const std::string& path, const Reply<bool, OptionalError>& reply) override {
+    note("remove application " + path);
+    if (const OptionalError error = refusalFor(path)) return reply(false, error);
+    reply(state_.sizes.erase(path) > 0, std::nullopt);
+  }
+  void installPackage(const std::string& path,
+                      const Reply<bool, std::string, OptionalError>& reply) override {
+    install("install package " + path, path, reply);
+  }
+  void installUnverifiedPackage(const std::string& path,
+                                const Reply<bool, std::string, OptionalError>& reply) override {
+    install("install unverified package " + path, path, reply);
+  }
+  void installApplication(const std::string& path,
+                          const Reply<bool, std::string, OptionalError>& reply) override {
+    install("install application " + path, path, reply);
+  }
+
  private:
   static std::optional<Data> dataOf(const std::optional<std::string>& text) {
     if (!text) return std::nullopt;
     return Data(text->begin(), text->end());
+  }
+
+  void install(const std::string& call, const std::string& path,
+               const Reply<bool, std::string, OptionalError>& reply) {
+    note(call);
+    if (const OptionalError error = refusalFor(path)) return reply(false, "", error);
+    reply(true, state_.installable.at(path), std::nullopt);
   }
 
   void note(std::string call) {

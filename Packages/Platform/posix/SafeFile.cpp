@@ -137,6 +137,22 @@ std::optional<std::string> readWhole(const FileDescriptor& file, off_t size, std
   return bytes;
 }
 
+std::optional<std::string> readSmallFileAt(int folder, const std::string& name, int extraFlags,
+                                           std::size_t mostBytes) {
+  // Not blocking, so that a FIFO of that name does not wait for a writer.
+  const int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | extraFlags;
+  const FileDescriptor file(::openat(folder, name.c_str(), flags));
+  if (!file) {
+    if (errno == ENOENT) return std::nullopt;
+    throwErrno("open " + name);
+  }
+  const struct stat status = statusOf(file, name);
+  if (!S_ISREG(status.st_mode)) fail(EINVAL, "read " + name);
+  std::optional<std::string> bytes = readWhole(file, status.st_size, mostBytes, name);
+  if (!bytes) fail(EFBIG, "read " + name);
+  return bytes;
+}
+
 }  // namespace
 
 void replaceFile(const FileDescriptor& folder, const std::string& name, std::string_view bytes, mode_t mode) {
@@ -155,17 +171,12 @@ void removeAbandonedTemporaries(const FileDescriptor& folder, const std::string&
 }
 
 std::optional<std::string> readSmallFile(const std::string& path, std::size_t mostBytes) {
-  // Not blocking, so that a FIFO of that name does not wait for a writer.
-  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-  if (!file) {
-    if (errno == ENOENT) return std::nullopt;
-    throwErrno("open " + path);
-  }
-  const struct stat status = statusOf(file, path);
-  if (!S_ISREG(status.st_mode)) fail(EINVAL, "read " + path);
-  std::optional<std::string> bytes = readWhole(file, status.st_size, mostBytes, path);
-  if (!bytes) fail(EFBIG, "read " + path);
-  return bytes;
+  return readSmallFileAt(AT_FDCWD, path, 0, mostBytes);
+}
+
+std::optional<std::string> readSmallFile(const FileDescriptor& folder, const std::string& name,
+                                         std::size_t mostBytes) {
+  return readSmallFileAt(folder.get(), name, O_NOFOLLOW, mostBytes);
 }
 
 std::string describe(StrictReadErrorCase which, const std::string& name) {

@@ -1,0 +1,54 @@
+#include "HelperKit/Applications/ApplicationInstallRunner.hpp"
+
+#include <fcntl.h>
+
+#include <utility>
+
+#include "Base/NSError.hpp"
+#include "HelperKit/Applications/ApplicationInstallPolicy.hpp"
+#include "HelperKit/Applications/ApplicationPlacement.hpp"
+#include "HelperKit/Applications/StagedBundle.hpp"
+#include "HelperKit/Applications/StagingFolder.hpp"
+#include "HelperKit/Maintenance/MaintenanceRunner.hpp"
+
+namespace molvane::ApplicationInstallRunner {
+
+namespace {
+
+using ApplicationInstallPolicy::Failure;
+using ApplicationInstallPolicy::FailureCase;
+
+HeldItem itemIn(const StagedItem& work, const std::string& name) {
+  FileDescriptor folder(openat(work.descriptor().get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!folder) throwErrno("open " + work.path());
+  return {std::move(folder), name};
+}
+
+}  // namespace
+
+std::string install(const std::string& path, const std::string& home, uid_t peerUID) {
+  const auto app = ApplicationInstallPolicy::validate(path, home, peerUID);
+  const std::string& original = app.received.path;
+  const std::string& name = app.received.item.name;
+
+  const StagingFolder staging(ApplicationInstallPolicy::stagingRoot);
+  const ApplicationPlacement placement(staging, ApplicationInstallPolicy::applications);
+  staging.sweep([&](const FileDescriptor& leftover) { placement.salvage(leftover); });
+  placement.sweep();
+
+  StagedItem work = staging.makeFolder();
+  const std::string copy = work.path() + "/" + name;
+  const auto copying = MaintenanceRunner::execute(ApplicationInstallPolicy::copy(original, copy),
+                                                  ApplicationInstallPolicy::copyTimeout);
+  if (copying.timedOut || copying.status != 0) throw Failure(FailureCase::failed, copying.output);
+  checkStagedBundle(itemIn(work, name), original, peerUID, app.bundleID);
+
+  const auto assessment = MaintenanceRunner::execute(ApplicationInstallPolicy::assess(copy),
+                                                     ApplicationInstallPolicy::assessmentTimeout);
+  if (assessment.timedOut || assessment.status != 0) {
+    throw Failure(FailureCase::notAccepted, assessment.output);
+  }
+  return placement.place(work, name, app.bundleID);
+}
+
+}  // namespace molvane::ApplicationInstallRunner

@@ -1,0 +1,76 @@
+#include "HelperKit/Applications/ApplicationPlacement.hpp"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <system_error>
+
+#include "Platform/testing/TemporaryFolder.hpp"
+
+namespace molvane {
+namespace {
+
+namespace fs = std::filesystem;
+
+class ApplicationPlacementTest : public ::testing::Test {
+ protected:
+  [[nodiscard]] std::string applications() const { return scratch_.path() + "/Applications"; }
+  [[nodiscard]] std::string installed(const std::string& name) const { return applications() + "/" + name; }
+
+  static void writeApp(const std::string& path, const std::string& identifier, const std::string& version) {
+    fs::create_directories(path + "/Contents");
+    std::ofstream(path + "/Contents/Info.plist")
+        << "<plist version=\"1.0\"><dict><key>CFBundleIdentifier</key><string>" << identifier
+        << "</string></dict></plist>";
+    std::ofstream(path + "/version") << version;
+  }
+  static std::string versionOf(const std::string& path) {
+    std::string version;
+    std::ifstream(path + "/version") >> version;
+    return version;
+  }
+
+  // 0, or the errno with which placing failed.
+  int place(StagedItem& work) const {
+    try {
+      EXPECT_EQ(placement_.place(work, "Foo.app", "com.example.foo"), installed("Foo.app"));
+    } catch (const std::system_error& error) {
+      return error.code().value();
+    }
+    return 0;
+  }
+
+  TemporaryFolder scratch_;
+  const StagingFolder staging_{scratch_.path() + "/Staging"};
+  const ApplicationPlacement placement_{staging_, (fs::create_directory(applications()), applications())};
+};
+
+TEST_F(ApplicationPlacementTest, TheOlderCopyIsBackWhenTheFinalMoveFails) {
+  StagedItem work = staging_.makeFolder();
+  writeApp(installed("Foo.app"), "com.example.foo", "1");
+  EXPECT_EQ(place(work), ENOENT);  // nothing is there to be moved in
+  EXPECT_EQ(versionOf(installed("Foo.app")), "1");
+  EXPECT_FALSE(fs::exists(work.path() + "/previous-Foo.app"));
+}
+
+// Hidden folders beside the applications: only those that are really leftovers of ours are taken.
+TEST_F(ApplicationPlacementTest, SweepsItsOwnFoldersInTheApplicationsFolder) {
+  const std::string uuid = "0B571681-2208-4324-890E-E8E482A51CF5";
+  const std::string leftover = installed(".com.molvane.helper-" + uuid);
+  const std::string open = installed(".com.molvane.helper-1" + uuid.substr(1));
+  writeApp(leftover + "/previous-Foo.app", "com.example.foo", "1");
+  writeApp(leftover + "/Foo.app", "com.example.foo", "2");
+  fs::permissions(leftover, fs::perms(0700));
+  fs::create_directory(open);
+  fs::permissions(open, fs::perms(0755));
+  fs::create_directory(installed(uuid));
+  placement_.sweep();
+  EXPECT_EQ(versionOf(installed("Foo.app")), "1");
+  EXPECT_FALSE(fs::exists(leftover));
+  EXPECT_TRUE(fs::exists(open) && fs::exists(installed(uuid)));
+}
+
+}  // namespace
+}  // namespace molvane
