@@ -34,7 +34,7 @@ struct Session {
 };
 
 [[noreturn]] void fail(const std::string& what) {
-  std::fprintf(stderr, "script: %s: %s\n", what.c_str(), std::strerror(errno));
+  (void)std::fprintf(stderr, "script: %s: %s\n", what.c_str(), std::strerror(errno));
   std::exit(EXIT_FAILURE);
 }
 
@@ -113,7 +113,7 @@ int main(int argc, char** argv) {
     quiet = true;
   }
   if (argc - optind < 2) {
-    std::fputs("usage: script [-q] file command [argument ...]\n", stderr);
+    (void)std::fputs("usage: script [-q] file command [argument ...]\n", stderr);
     return EXIT_FAILURE;
   }
   const char* const file = argv[optind];

@@ -167,12 +167,17 @@ TEST(AccountTools, JudgeTheirArgumentsAndTheCaller) {
         "sysadminctl -resetPasswordFor bob -newPassword secret",
         "sysadminctl -addUser a -deleteUser b -keepHome",
         "sysadminctl -addUser carol -password - -adminUser ann -adminPassword secret"}) {
-    script += "if " + bad + " 2>/dev/null; then echo '" + bad + "'; fi;";
+    script.append("if ").append(bad).append(" 2>/dev/null; then echo '").append(bad).append("'; fi;");
   }
   for (const std::string denied :
        {"sysadminctl -deleteUser bob -keepHome", "pwpolicy -u bob -disableuser",
         "dseditgroup -o edit -a bob -t user admin", "dscl . -create /Users/bob IsHidden 1"}) {
-    script += "if " + ann + denied + " 2>/dev/null; then echo '" + denied + "'; fi;";
+    script.append("if ")
+        .append(ann)
+        .append(denied)
+        .append(" 2>/dev/null; then echo '")
+        .append(denied)
+        .append("'; fi;");
   }
   EXPECT_EQ(enter(script).out, "") << "taken, though wrong";
 }

@@ -34,7 +34,7 @@ class CompanyAdmin : public AccountFixture {
     json changed = state();
     const std::time_t then = std::time(nullptr) - seconds;
     std::array<char, 32> text{};
-    std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", std::gmtime(&then));
+    (void)std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", std::gmtime(&then));
     changed["rotatedAt"] = text.data();
     writeFile(kStateFile, changed.dump());
   }
