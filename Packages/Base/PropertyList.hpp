@@ -65,7 +65,7 @@ inline bool PropertyList::operator==(const PropertyList& other) const { return v
 /// The largest document that is read unless the caller knows better, in bytes.
 inline constexpr std::size_t kMaximumPropertyListSize = std::size_t{4} << 20U;
 /// The deepest nesting of arrays and dictionaries that is read.
-inline constexpr std::size_t kMaximumPropertyListDepth = 512;
+inline constexpr std::size_t kMaximumPropertyListDepth = 128;
 
 /// Reads an XML or a binary property list. Nothing when `bytes` are neither, are malformed, or go beyond a
 /// limit: `maximumSize` bytes, the depth above, or some tens of megabytes of values (a small binary document

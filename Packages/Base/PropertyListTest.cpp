@@ -215,10 +215,14 @@ TEST(PropertyList, DepthIsBounded) {
   EXPECT_FALSE(parsePropertyList(nested(kMaximumPropertyListDepth + 1)));
   EXPECT_FALSE(parsePropertyList(nested(400'000)));
 
-  std::vector<std::string> chain;
-  for (int next = 1; next <= 255; ++next) chain.push_back("\xA1"s + static_cast<char>(next));
-  chain.push_back("\xA0"s);
-  EXPECT_TRUE(parsePropertyList(binary(chain)));
+  const auto chain = [](std::size_t depth) {
+    std::vector<std::string> arrays;
+    for (std::size_t next = 1; next < depth; ++next) arrays.push_back("\xA1"s + static_cast<char>(next));
+    arrays.push_back("\xA0"s);
+    return binary(arrays);
+  };
+  EXPECT_TRUE(parsePropertyList(chain(kMaximumPropertyListDepth)));
+  EXPECT_FALSE(parsePropertyList(chain(kMaximumPropertyListDepth + 1)));
 }
 
 TEST(PropertyList, SizeIsBounded) {

@@ -75,6 +75,7 @@ std::string versionOf(const fs::path& bundle) {
 
 Inbox::Inbox(Person owner, fs::path home)
     : owner_(owner), home_(std::move(home)), path_(home_ / "Library/Caches/MacMolvane/Company") {
+  removeInstalled();
   fs::create_directories(path_);
   giveTo(home_ / "Library/Caches/MacMolvane", owner_);
 }
@@ -82,6 +83,11 @@ Inbox::Inbox(Person owner, fs::path home)
 Inbox::~Inbox() {
   std::error_code ignored;
   fs::remove_all(home_ / "Library/Caches/MacMolvane", ignored);
+  removeInstalled();
+}
+
+void Inbox::removeInstalled() {
+  std::error_code ignored;
   for (const auto& folder : {kApplications, kAppStaging, kPackageStaging}) {
     for (const auto& entry : fs::directory_iterator(folder, ignored)) fs::remove_all(entry, ignored);
   }

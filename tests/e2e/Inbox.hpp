@@ -32,7 +32,8 @@ void signBundle(const std::filesystem::path& path, const std::string& leaf = "de
 /// What the bundle's program says, empty for none.
 std::string versionOf(const std::filesystem::path& bundle);
 
-/// A person's company inbox, made anew, and gone with all that was installed or staged when this object goes.
+/// A person's company inbox, made anew, with nothing installed or staged; gone with all that was when this
+/// object goes.
 class Inbox {
  public:
   explicit Inbox(Person owner = kAnn, std::filesystem::path home = "/Users/ann");
@@ -52,6 +53,8 @@ class Inbox {
                                        const std::string& leaf = "developer-id") const;
 
  private:
+  static void removeInstalled();
+
   Person owner_;
   std::filesystem::path home_;
   std::filesystem::path path_;
