@@ -37,8 +37,8 @@ void takeKnownSurroundings() {
     }
   }
   umask(S_IWGRP | S_IWOTH);
-  std::signal(SIGPIPE, SIG_IGN);
-  std::signal(SIGTERM, SIG_DFL);
+  (void)std::signal(SIGPIPE, SIG_IGN);
+  (void)std::signal(SIGTERM, SIG_DFL);
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);

@@ -149,7 +149,7 @@ TEST_F(AccountFaults, ToolThatHangsIsEndedAtTheLimit) {
   EXPECT_TRUE(other.get().snapshot);
   EXPECT_FALSE(accountExists("hangs"));
   EXPECT_TRUE(eventually([] {
-    return run({"/usr/bin/pgrep", "-f", "sleep infinity"}).status == 1;
+    return run({"/usr/bin/pgrep", "-x", "-f", "sleep infinity"}).status == 1;
   })) << "the tool was left behind";
 }
 

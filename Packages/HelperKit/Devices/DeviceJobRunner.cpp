@@ -39,7 +39,7 @@ DeviceJobRunner::~DeviceJobRunner() {
 }
 
 std::string DeviceJobRunner::start(const DeviceJobSpec& spec, std::uint32_t peerUID) {
-  const std::string id = Uuid::random().text();
+  std::string id = Uuid::random().text();
   const DevicePolicy policy = makePolicy_();
   const Planned planned = std::visit([&](const auto& job) { return plan(policy, job, peerUID); }, spec.job);
   DeviceJobStatus queued;

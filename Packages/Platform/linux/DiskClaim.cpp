@@ -37,7 +37,7 @@ ClaimedDisks& claimedDisks() {
 std::string placeMarker(const std::string& diskName) {
   if (diskName.empty() || diskName.front() == '.' || diskName.find('/') != std::string::npos) return "";
   const std::string folder = temporaryDirectory() + "/writing";
-  const std::string marker = folder + "/" + diskName;
+  std::string marker = folder + "/" + diskName;
   ::mkdir(folder.c_str(), 0755);
   const FileDescriptor file(::open(marker.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644));
   if (file) return marker;

@@ -76,11 +76,11 @@ std::string bootIdentifier() {
   return *text;
 }
 
-std::string encodedChecks(const std::list<std::shared_ptr<const RememberedCheck>>& checks, std::string boot) {
+std::string encodedChecks(const std::list<std::shared_ptr<const RememberedCheck>>& checks,
+                          const std::string& boot) {
   JsonValue::Array elements;
   for (const auto& check : checks) elements.push_back(toJson(*check));
-  return jsonText(
-      JsonObjectWriter().add("boot", std::move(boot)).add("checks", JsonValue(std::move(elements))).take());
+  return jsonText(JsonObjectWriter().add("boot", boot).add("checks", JsonValue(std::move(elements))).take());
 }
 
 std::vector<RememberedCheck> decodedChecks(std::string_view document, std::string_view boot) {

@@ -17,7 +17,7 @@ namespace molvane {
 [[nodiscard]] std::string bootIdentifier();
 
 [[nodiscard]] std::string encodedChecks(const std::list<std::shared_ptr<const RememberedCheck>>& checks,
-                                        std::string boot);
+                                        const std::string& boot);
 
 /// Throws DecodingError for any other document; one of another `boot` holds no checks.
 [[nodiscard]] std::vector<RememberedCheck> decodedChecks(std::string_view document, std::string_view boot);
