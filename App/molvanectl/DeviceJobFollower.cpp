@@ -16,6 +16,12 @@ std::string unreadableBlocksText(std::int64_t count) {
                     : std::to_string(count) + " blocks could not be read; zeros stand in their place.";
 }
 
+/// Whether the helper gave up before it had touched anything: the texts are the helper's.
+bool neverBegan(const DeviceJobStatus& status) {
+  return status.error &&
+         (status.error->starts_with("Cannot open ") || status.error->starts_with("Cannot create "));
+}
+
 }  // namespace
 
 DeviceJobAnswer askForDeviceJob(Session& session, const std::string& jobID) {
@@ -101,10 +107,11 @@ ExitStatus DeviceJobFollower::report(const DeviceJobStatus& status) {
     case Phase::finished:
       break;
     case Phase::cancelled:
-      fail("The job was cancelled.", words_.leftBehind);
+      fail("The job was cancelled.", words_.cleansUp ? std::string() : words_.leftBehind);
       return ExitStatus::failed;
     default:
-      fail(status.error.value_or("The job failed and gave no reason."), words_.leftBehind);
+      fail(status.error.value_or("The job failed and gave no reason."),
+           neverBegan(status) ? std::string() : words_.leftBehind);
       return ExitStatus::failed;
   }
   if (interruptions_ > 0) output.notice("The job was to be cancelled, but it came to its normal end.");
