@@ -55,9 +55,13 @@ class RawDeviceTest : public ::testing::Test {
     loop_.emplace(file_);
   }
 
+  [[nodiscard]] static std::string nameOf(const testing::LoopDevice& loop) {
+    return fs::path(loop.path()).filename();
+  }
+
   [[nodiscard]] std::unique_ptr<RawDevice> open(Access access, std::int64_t size = kSize) const {
     return openRawDevice(
-        {.path = loop_->path(), .diskName = "disk4test", .sizeBytes = size, .access = access});
+        {.path = loop_->path(), .diskName = nameOf(*loop_), .sizeBytes = size, .access = access});
   }
 
   [[nodiscard]] int refusal(Access access, std::int64_t size = kSize) const {
@@ -124,6 +128,21 @@ TEST_F(RawDeviceTest, OpensOnlyTheDiskThatWasMeant) {
       EXPECT_EQ(error.code().value(), path.ends_with("missing") ? ENOENT : ENOTBLK) << path;
     }
   }
+
+  // A node that leads to another disk of the same size than its name says.
+  const std::string otherFile = folder_.path() + "/other";
+  std::ofstream{otherFile};
+  fs::resize_file(otherFile, kSize);
+  const testing::LoopDevice other(otherFile);
+  for (const std::string& name : {nameOf(other), std::string("disk4")}) {
+    try {
+      static_cast<void>(openRawDevice(
+          {.path = loop_->path(), .diskName = name, .sizeBytes = kSize, .access = Access::readWrite}));
+      ADD_FAILURE() << name;
+    } catch (const std::system_error& error) {
+      EXPECT_EQ(error.code().value(), ENODEV) << name;
+    }
+  }
   EXPECT_FALSE(isClaimed());
 }
 
@@ -146,7 +165,7 @@ TEST_F(RawDeviceTest, IsNotWrittenWhileAVolumeOfItIsMounted) {
 
 TEST_F(RawDeviceTest, ClaimsAndMarksTheDiskUntilTheLastWriterHasGone) {
   const HelperFolder helperFolder;
-  const std::string marker = HelperFolder::writing() + "/disk4test";
+  const std::string marker = HelperFolder::writing() + "/" + nameOf(*loop_);
   std::unique_ptr<RawDevice> first = open(Access::write);
   EXPECT_TRUE(isClaimed());
   EXPECT_TRUE(fs::exists(marker));
@@ -161,6 +180,10 @@ TEST_F(RawDeviceTest, ClaimsAndMarksTheDiskUntilTheLastWriterHasGone) {
   const std::unique_ptr<RawDevice> reader = open(Access::read);
   EXPECT_FALSE(isClaimed());
   EXPECT_FALSE(fs::exists(marker));
+
+  std::ofstream{marker};  // of one that was killed
+  forgetDisksOfEarlierHelper();
+  EXPECT_FALSE(fs::exists(HelperFolder::writing()));
 }
 
 }  // namespace
