@@ -174,6 +174,14 @@ TEST_F(DeviceFollowing, AFailureIsToldOnceWithWhatItMayLeave) {
   script({failed("Write failed: No space left on device", "Reading x\n")});
   EXPECT_EQ(program.run(image), ExitStatus::failed);
   EXPECT_THAT(program.err.written, EndsWith("What there may be at /tmp/x.img is not the whole disk.\n"));
+
+  // The helper calls it finished when there is nothing more to read.
+  script({status(Phase::finished, 1'500'000, 24'000'000, "Writing x\nDone.\n")});
+  EXPECT_EQ(program.run(write), ExitStatus::failed);
+  EXPECT_THAT(program.err.written,
+              EndsWith("molvanectl: Only 1.50 MB of 24.0 MB could be copied; there was no more to read.\n"
+                       "molvanectl: disk4 may hold only a part of the image.\n"));
+  EXPECT_THAT(program.out.written, IsEmpty());
 }
 
 TEST_F(DeviceFollowing, NothingIsSaidToBeLeftWhereNothingIs) {

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Base/JsonCoding.hpp"
+#include "molvanectl/DeviceProgress.hpp"
 
 namespace molvane::ctl {
 namespace {
@@ -105,7 +106,12 @@ ExitStatus DeviceJobFollower::report(const DeviceJobStatus& status) {
   Output& output = session_.output();
   switch (status.phase) {
     case Phase::finished:
-      break;
+      if (status.bytesDone >= status.bytesTotal) break;
+      // An image that was cut short while it was written, or a disk that is smaller than it says.
+      fail("Only " + byteText(status.bytesDone) + " of " + byteText(status.bytesTotal) +
+               " could be copied; there was no more to read.",
+           words_.leftBehind);
+      return ExitStatus::failed;
     case Phase::cancelled:
       fail("The job was cancelled.", words_.cleansUp ? std::string() : words_.leftBehind);
       return ExitStatus::failed;

@@ -235,18 +235,27 @@ TEST_F(FaultyWrite, InterruptCancelsAndTheClientWaits) {
 
 TEST_F(FaultyWrite, ImageThatChangesMeanwhileIsNeverPassedOffAsWhole) {
   const AttachedDisk disk("disk7", 32 * kMiB, {"--faulty"});
+  bool verify = true;
   const auto withChange = [&](const std::function<void(const std::string&)>& change) {
     const std::string image = annsFile("system.img", content);
     disk.tell("hold-writes 0");
-    const std::string job = startJob({"write", "--yes", image, "disk7"});
+    std::vector<std::string> command = {"write", "--yes", image, "disk7"};
+    if (!verify) command.emplace_back("--no-verify");
+    const std::string job = startJob(command);
     EXPECT_TRUE(eventually([&] { return statusOf(job)["phase"] == "running"; }));
     change(image);
     disk.tell("");
     return endOf(job);
   };
 
-  const nlohmann::json truncated = withChange([](const std::string& image) { fs::resize_file(image, kMiB); });
+  const auto truncate = [](const std::string& image) { fs::resize_file(image, kMiB); };
+  const nlohmann::json truncated = withChange(truncate);
   EXPECT_EQ(truncated["phase"], "failed") << truncated;
+  verify = false;
+  const nlohmann::json unverified = withChange(truncate);
+  EXPECT_LT(unverified["bytesDone"], content.size()) << unverified;
+  EXPECT_EQ(device({"watch", unverified["job"]}).status, 1) << "there is less on the disk than was asked for";
+  verify = true;
 
   const nlohmann::json grown =
       withChange([](const std::string& image) { fs::resize_file(image, 32 * kMiB); });
