@@ -98,19 +98,20 @@ DeviceJobRunner::Planned DeviceJobRunner::plan(const DevicePolicy& policy,
 
 void DeviceJobRunner::launch(const std::string& id, const Work& work) {
   const auto isOver = std::make_shared<std::atomic<bool>>(false);
-  Running running{Thread([this, id, work, isOver] {
-                    DeviceJob job(table_, id);
-                    runToEnd(job, work);
-                    *isOver = true;
-                  }),
-                  isOver};
+  std::list<Running> started(1);  // made before the thread begins: nothing may fail afterwards
+  started.front().isOver = isOver;
+  started.front().thread = Thread([this, id, work, isOver] {
+    DeviceJob job(table_, id);
+    runToEnd(job, work);
+    *isOver = true;
+  });
   std::list<Running> over;  // their threads are joined after the lock is given back
   const MutexLock lock(mutex_);
   for (auto next = running_.begin(); next != running_.end();) {
     const auto current = next++;
     if (*current->isOver) over.splice(over.end(), running_, current);
   }
-  running_.push_back(std::move(running));
+  running_.splice(running_.end(), started);
 }
 
 }  // namespace molvane
