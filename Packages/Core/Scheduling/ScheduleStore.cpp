@@ -89,7 +89,9 @@ void ScheduleStore::persist(const Tasks& tasks) {
 
 std::vector<ScheduledTask> ScheduleStore::tasks() const {
   std::vector<ScheduledTask> all;
-  for (const auto& task : *snapshot()) all.push_back(*task);
+  // Held by a name: a temporary would be gone before the first turn of the loop.
+  const std::shared_ptr<const Tasks> tasks = snapshot();
+  for (const auto& task : *tasks) all.push_back(*task);
   return all;
 }
 

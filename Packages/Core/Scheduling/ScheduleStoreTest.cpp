@@ -297,6 +297,7 @@ TEST_F(ScheduleStoreTest, ThreadsSeeWholeLists) {
         const ScheduledTask added = task("task", kNine);
         shared.upsert(added);
         (void)shared.due(kNine, kGrace);
+        for (const ScheduledTask& each : shared.tasks()) EXPECT_EQ(each.title, "task");
         shared.markRun(added.id, kNine, std::nullopt);
         (void)shared.skipMissed(later(kNine, kDay), kGrace);
       }
