@@ -28,7 +28,7 @@ namespace {
 using PasteGuard::Finding;
 using PasteGuard::Occurrence;
 
-constexpr std::size_t kLongestInput = std::size_t{256} << 20U;
+constexpr std::size_t kLongestInput = std::size_t{64} << 20U;
 constexpr std::size_t kMostPlaces = 1000;
 constexpr std::size_t kLongestShown = std::size_t{64} << 10U;
 
@@ -41,7 +41,7 @@ std::string readStandardInput() {
     if (count < 0) throwErrno("Standard input could not be read");
     if (count == 0) return text;
     text.append(buffer.data(), static_cast<std::size_t>(count));
-    if (text.size() > kLongestInput) throw std::runtime_error("The text is longer than 256 MiB.");
+    if (text.size() > kLongestInput) throw std::runtime_error("The text is longer than 64 MiB.");
   }
 }
 

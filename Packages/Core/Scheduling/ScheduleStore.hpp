@@ -17,8 +17,8 @@ namespace molvane {
 /// Keeps the list of scheduled tasks, in memory and in a file, and says which are due.
 ///
 /// Any thread may use a store. Every change is written to the file before it can be seen: the call returns
-/// when it has reached the disk, and a call that throws has changed nothing. One process at a time may change
-/// a file.
+/// when it has reached the disk, and a call that throws has changed nothing; only when it fails to sync the
+/// folder, the file may be ahead until the next change. One process at a time may change a file.
 class ScheduleStore {
  public:
   /// A file that could not be understood, and the name under which it is kept.
