@@ -97,6 +97,13 @@ class OnTerminal {
   FileDescriptor terminal_;
 };
 
+// The thread sanitizer keeps signals back until a call that it knows to wait, and pselect is none of these.
+#ifdef MOLVANE_SIGNALS_HELD_BACK
+constexpr bool kSignalsHeldBack = true;
+#else
+constexpr bool kSignalsHeldBack = false;
+#endif
+
 class SecretInputTest : public ::testing::Test {
  protected:
   SecretInputTest() {
@@ -157,6 +164,7 @@ TEST_F(SecretInputTest, NothingIsAskedOfTheHelperWithoutAPassword) {
 }
 
 TEST_F(SecretInputTest, ASignalIsObeyedWithTheEchoBack) {
+  if (kSignalsHeldBack) GTEST_SKIP() << "no signal comes through at the prompt";
   for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
     // Keeps the terminal open, so that its settings can be seen afterwards.
     OnTerminal program(command({"reset-password", "bob"}));
@@ -184,6 +192,7 @@ TEST_F(SecretInputTest, ASignalIsObeyedWithTheEchoBack) {
 }
 
 TEST_F(SecretInputTest, WhatWasTypedIsNotLeftForTheNextProgram) {
+  if (kSignalsHeldBack) GTEST_SKIP() << "no signal comes through at the prompt";
   std::vector<std::string> words = command({"reset-password", "bob"});
   words.insert(words.begin(), {"-c", "trap : TERM; \"$@\"; printf next:; IFS= read -r left; echo \"<$left>\"",
                                "sh", MOLVANECTL_PROGRAM});
