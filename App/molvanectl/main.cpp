@@ -15,8 +15,8 @@ int main(int argc, char** argv) {
   using namespace molvane::ctl;
 
   occupyStandardDescriptors();
-  // Whoever starts this program lends it no rights, but gets those of its group: the Unicode library shall
-  // not read data, which it trusts, from a folder that he chose.
+  // The program has the rights of its group. The Unicode library trusts its data, and would read it from the
+  // folder that whoever started the program names here.
   static_cast<void>(::unsetenv("ICU_DATA"));
   // A reader that goes away ends in an error where it is written to, not in the middle of a call to the
   // helper.
