@@ -33,8 +33,8 @@ struct Limits {
   std::size_t connectionsPerUser = 128;
   std::size_t connections = 512;
 
-  /// Stack of a connection's thread in bytes; the service does its work on it.
-  std::size_t threadStack = std::size_t{512} * 1024;
+  /// Stack of a connection's thread in bytes; the service does its work on it, sanitized builds too.
+  std::size_t threadStack = std::size_t{1024} * 1024;
 };
 
 }  // namespace molvane::dbus
