@@ -171,6 +171,10 @@ TEST_F(DeviceFollowing, AFailureIsToldOnceWithWhatItMayLeave) {
   EXPECT_THAT(program.err.written, EndsWith("molvanectl: The job was cancelled.\n"
                                             "molvanectl: disk4 may hold only a part of the image.\n"));
   EXPECT_THAT(program.out.written, IsEmpty());
+  // A mounted disk has not been touched.
+  script({failed("Cannot open device for writing: Device or resource busy. Unmount it first.", "")});
+  EXPECT_EQ(program.run(write), ExitStatus::failed);
+  EXPECT_THAT(program.err.written, EndsWith("busy. Unmount it first.\n"));
 }
 
 TEST_F(DeviceFollowing, AnInterruptionCancelsOnceAndWaitsForTheOutcome) {

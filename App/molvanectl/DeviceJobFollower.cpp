@@ -16,6 +16,12 @@ std::string unreadableBlocksText(std::int64_t count) {
                     : std::to_string(count) + " blocks could not be read; zeros stand in their place.";
 }
 
+// The helper's sentences for what it could not open or create: nothing has been touched then.
+bool endedBeforeItBegan(const DeviceJobStatus& status) {
+  return status.bytesDone == 0 && status.error &&
+         (status.error->starts_with("Cannot open ") || status.error->starts_with("Cannot create "));
+}
+
 }  // namespace
 
 DeviceJobAnswer askForDeviceJob(Session& session, const std::string& jobID) {
@@ -104,7 +110,8 @@ ExitStatus DeviceJobFollower::report(const DeviceJobStatus& status) {
       fail("The job was cancelled.", words_.leftBehind);
       return ExitStatus::failed;
     default:
-      fail(status.error.value_or("The job failed and gave no reason."), words_.leftBehind);
+      fail(status.error.value_or("The job failed and gave no reason."),
+           endedBeforeItBegan(status) ? std::string() : words_.leftBehind);
       return ExitStatus::failed;
   }
   if (interruptions_ > 0) output.notice("The job was to be cancelled, but it came to its normal end.");

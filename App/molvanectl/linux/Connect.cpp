@@ -38,7 +38,8 @@ std::unique_ptr<MolvaneHelperXPCProtocol> connectToHelper(const std::string& soc
     } catch (const std::system_error& cause) {
       throw ConnectionError(whyUnreachable(socketPath, cause.code()));
     }
-    throw ConnectionError(std::string(error.what()) + ". It serves only the client that its team signed.");
+    throw ConnectionError(std::string(error.what()) +
+                          ". The helper serves only the client that its team signed; its log tells why.");
   }
 }
 
