@@ -1,6 +1,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "molvanectl/AbsolutePath.hpp"
 #include "molvanectl/Commands.hpp"
 #include "molvanectl/OptionSet.hpp"
 #include "molvanectl/Session.hpp"
@@ -15,7 +16,9 @@ class OnePathCommand : public Command {
 
  protected:
   [[nodiscard]] virtual std::string_view help() const = 0;
+  /// As it was typed, and as the helper is to know it.
   [[nodiscard]] const std::string& path() const { return path_; }
+  [[nodiscard]] std::string sentPath() const { return absolutePath(path_); }
 
   ExitStatus refused(const OptionalError& error, Output& output) const {
     output.error(refusal(error), {"path", path_, true});
@@ -43,7 +46,7 @@ class AppRemoveCommand : public OnePathCommand {
   }
 
   ExitStatus run(Session& session) override {
-    const auto [removed, error] = session.ask(&MolvaneHelperXPCProtocol::removeApplication, path());
+    const auto [removed, error] = session.ask(&MolvaneHelperXPCProtocol::removeApplication, sentPath());
     Output& output = session.output();
     if (error || !removed) return refused(error, output);
     if (output.json()) {
@@ -55,7 +58,7 @@ class AppRemoveCommand : public OnePathCommand {
   }
 
  protected:
-  [[nodiscard]] std::string_view help() const override { return "The application: an absolute path."; }
+  [[nodiscard]] std::string_view help() const override { return "The application."; }
 
  private:
   bool verbose_ = false;
@@ -75,7 +78,7 @@ class AppInstallCommand : public OnePathCommand {
 
   ExitStatus run(Session& session) override {
     const auto [installed, destination, error] =
-        session.ask(&MolvaneHelperXPCProtocol::installApplication, path());
+        session.ask(&MolvaneHelperXPCProtocol::installApplication, sentPath());
     Output& output = session.output();
     if (error || !installed) return refused(error, output);
     if (output.json()) {
@@ -87,9 +90,7 @@ class AppInstallCommand : public OnePathCommand {
   }
 
  protected:
-  [[nodiscard]] std::string_view help() const override {
-    return "The application in the company inbox: an absolute path.";
-  }
+  [[nodiscard]] std::string_view help() const override { return "The application in the company inbox."; }
 };
 
 class PackageInstallCommand : public OnePathCommand {
@@ -115,7 +116,7 @@ class PackageInstallCommand : public OnePathCommand {
     const auto [installed, text, error] =
         session.ask(unverified_ ? &MolvaneHelperXPCProtocol::installUnverifiedPackage
                                 : &MolvaneHelperXPCProtocol::installPackage,
-                    path());
+                    sentPath());
     if (error || !installed) return refused(error, output);
     if (output.json()) {
       output.record({{"path", path()}, {"output", text}});
@@ -126,9 +127,7 @@ class PackageInstallCommand : public OnePathCommand {
   }
 
  protected:
-  [[nodiscard]] std::string_view help() const override {
-    return "The package in the company inbox: an absolute path.";
-  }
+  [[nodiscard]] std::string_view help() const override { return "The package in the company inbox."; }
 
  private:
   bool unverified_ = false;

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 
 #include "molvanectl/testing/InProcess.hpp"
@@ -53,6 +54,17 @@ TEST(PackageCommands, OnlyTheOptionLeavesTheAssessmentOut) {
   EXPECT_EQ(program.out.written, "{\"path\":\"/i/a.pkg\",\"output\":\"installer: done\"}\n");
   EXPECT_THAT(program.helper.calls,
               ElementsAre("install package /i/a.pkg", "install unverified package /i/a.pkg"));
+}
+
+TEST(ApplicationPaths, AreSeenFromTheCurrentFolder) {
+  const std::string here = std::filesystem::current_path().string();
+  InProcess program;
+  program.run({"app", "remove", "A.app"});
+  program.run({"app", "install", "./sub/A.app"});
+  program.run({"package", "install", "a.pkg"});
+  EXPECT_THAT(program.helper.calls, ElementsAre("remove application " + here + "/A.app",
+                                                "install application " + here + "/./sub/A.app",
+                                                "install package " + here + "/a.pkg"));
 }
 
 }  // namespace

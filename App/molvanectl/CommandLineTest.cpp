@@ -40,8 +40,10 @@ TEST(CommandLineParsing, NamesWhatIsWrongPointsToHelpAndAsksNothing) {
       {{"remove", "-r", "/a"}, "unknown option '-r'", "molvanectl remove --help"},
       {{"-v", "remove", "/a"}, "unknown option '-v'", "molvanectl remove --help"},
       {{"ping", "/a"}, "unexpected argument '/a'", "molvanectl ping --help"},
-      {{"ping", "--socket"}, "--socket", "molvanectl ping --help"},
-      {{"--json=false", "ping"}, "json", "molvanectl"},
+      {{"ping", "--socket"}, "--socket needs a value", "molvanectl ping --help"},
+      {{"--socket=", "ping"}, "--socket: the value is empty", "molvanectl"},
+      {{"paste-check", "--file", ""}, "--file: the value is empty", "molvanectl paste-check --help"},
+      {{"--json=false", "ping"}, "--json takes no value", "molvanectl"},
       {{"remove", "/a", "++"}, "unexpected argument '++'", "molvanectl remove --help"},
       {{"remove", "/a", "/b\xff"}, "is not valid UTF-8", "molvanectl remove --help"},
   };
@@ -94,6 +96,7 @@ TEST(CommandLineParsing, GlobalOptionsStandAnywhere) {
 TEST(CommandLineHelp, StandsAtEveryLevelWithinEightyColumnsAndWithAnExampleThatParses) {
   InProcess program;
   program.cannotConnect = "not here";
+  program.console.hasPerson = program.errIsTerminal = true;  // some ask before they erase
   const std::vector<HelpEntry> entries = readAllHelp(program);
   EXPECT_GT(entries.size(), 5U);
   for (const HelpEntry& entry : entries) {

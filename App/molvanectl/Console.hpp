@@ -35,7 +35,7 @@ class Console {
   /// long. Throws std::system_error.
   [[nodiscard]] virtual std::optional<std::string> readLine() = 0;
 
-  /// Whether the terminal at standard error can have a line drawn over.
+  /// Whether the terminal knows escape sequences, so that a line can be drawn over or coloured.
   [[nodiscard]] virtual bool redraws() = 0;
 
   /// Width of that terminal now; 80 where it does not tell.

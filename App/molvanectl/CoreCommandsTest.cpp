@@ -70,10 +70,12 @@ TEST(PasteCheck, RevealsOnATerminalInColours) {
     return outputOf("script -qefc 'printf \"a\\\\033[2J\\\\n\\\\321\\\\200b\\\\n\" | " + environment +
                     " $M paste-check; true' /dev/null </dev/null");
   };
-  EXPECT_THAT(onTerminal("env"), StartsWith("a\x1b[1;31m⟨U+001B⟩\x1b[0m[2J\x1b[2m⟨U+000A⟩\x1b[0m\r\n"
-                                            "\x1b[1;33m⟨U+0440⟩\x1b[0mb\x1b[2m⟨U+000A⟩\x1b[0m\r\n"
-                                            "1:2: control U+001B\r\n"));
-  EXPECT_THAT(onTerminal("NO_COLOR=1"), StartsWith("a⟨U+001B⟩[2J⟨U+000A⟩\r\n⟨U+0440⟩b⟨U+000A⟩\r\n"));
+  EXPECT_THAT(onTerminal("TERM=xterm"), StartsWith("a\x1b[1;31m⟨U+001B⟩\x1b[0m[2J\x1b[2m⟨U+000A⟩\x1b[0m\r\n"
+                                                   "\x1b[1;33m⟨U+0440⟩\x1b[0mb\x1b[2m⟨U+000A⟩\x1b[0m\r\n"
+                                                   "1:2: control U+001B\r\n"));
+  for (const char* const plain : {"NO_COLOR=1", "TERM=dumb"}) {
+    EXPECT_THAT(onTerminal(plain), StartsWith("a⟨U+001B⟩[2J⟨U+000A⟩\r\n⟨U+0440⟩b⟨U+000A⟩\r\n"));
+  }
 }
 
 class ScheduleCommands : public ::testing::Test {

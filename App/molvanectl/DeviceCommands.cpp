@@ -2,18 +2,16 @@
 
 #include <algorithm>
 #include <charconv>
-#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 
 #include "Base/JsonCoding.hpp"
 #include "Base/PathText.hpp"
-#include "Base/Utf8.hpp"
 #include "HelperProtocol/DeviceJobSpec.hpp"
 #include "Platform/StandardPath.hpp"
+#include "molvanectl/AbsolutePath.hpp"
 #include "molvanectl/Commands.hpp"
 #include "molvanectl/DeviceConfirmation.hpp"
 #include "molvanectl/DeviceJobFollower.hpp"
@@ -23,14 +21,6 @@ namespace molvane::ctl {
 namespace {
 
 constexpr std::string_view kDiskHelp = "Name of the whole disk, as disk4.";
-
-/// The helper knows no current folder of the caller's.
-std::string absolutePath(const std::string& path) {
-  if (path.empty() || isAbsolutePath(path)) return path;
-  std::string absolute = appendingPathComponent(std::filesystem::current_path().string(), path);
-  if (!isValidUtf8(absolute)) throw std::runtime_error("The path of the current folder is not valid UTF-8.");
-  return absolute;
-}
 
 /// "disk4", also of "/dev/disk4" and "/dev/rdisk4".
 std::string diskName(const std::string& disk) {
@@ -110,7 +100,7 @@ class WriteCommand final : public JobStartCommand {
         "prints the SHA-256 of the image. The disk's volumes must be unmounted first. Everything on the "
         "disk is lost, so its name has to be typed once more, or --yes given. The first Ctrl-C cancels the "
         "job and waits for its end; the disk then holds a part of the image.",
-        "molvanectl device write installer.img disk4 --yes"};
+        "molvanectl device write installer.img disk4"};
   }
 
   void declare(OptionSet& options) override {
@@ -189,7 +179,7 @@ class InstallMediaCommand final : public JobStartCommand {
             "says as it comes. Everything on the volume is lost, so its name has to be typed once more, or "
             "--yes given. The first Ctrl-C stops the tool and waits for its end; the volume is then left as "
             "the tool left it.",
-            "molvanectl device install-media /Applications/Install.app /Volumes/USB --yes"};
+            "molvanectl device install-media /Applications/Install.app /Volumes/USB"};
   }
 
   void declare(OptionSet& options) override {
@@ -259,7 +249,7 @@ CommandGroup deviceCommands() {
        "ended. "
        "Ctrl-C cancels the job and waits for its end, a second one leaves at once. The helper ends some time "
        "after its last client has gone, and a detached job with it.",
-       "molvanectl device write installer.img disk4 --yes"});
+       "molvanectl device write installer.img disk4"});
   group.commands.push_back(deviceStatusCommand());
   group.commands.push_back(deviceWatchCommand());
   group.commands.push_back(deviceCancelCommand());

@@ -56,7 +56,7 @@ TEST_F(DeviceCommands, SendWhatWasAskedFor) {
             R"(start {"setTimeMachineDestination":{"volumePath":"/Volumes/B"}})");
 
   program.helper.connections = 0;
-  for (const char* const owner : {"", "-1", "4294967296", "ann", "5x", " 5", "+5"}) {
+  for (const char* const owner : {"-1", "4294967296", "ann", "5x", " 5", "+5"}) {
     EXPECT_THAT(sent({"device", "image", "disk4", "/tmp/x.img", "--owner", owner}),
                 HasSubstr("is no user identifier"))
         << owner;

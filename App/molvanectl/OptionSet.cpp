@@ -15,6 +15,10 @@ std::string shownNames(const std::string& names) {
   return names.substr(0, comma) + ", " + names.substr(comma + 1);
 }
 
+// An empty value is a variable that a script forgot to set. Taken as if the option were not there, it would
+// do something else than was asked for.
+std::string whyNoValue(const std::string& value) { return value.empty() ? "the value is empty" : ""; }
+
 }  // namespace
 
 void OptionSet::flag(const std::string& names, bool& value, std::string_view help) {
@@ -27,6 +31,7 @@ void OptionSet::value(const std::string& names, std::string_view placeholder, st
                       std::string_view help) {
   const CLI::Option* option = app_.add_option(names)
                                   ->type_name(std::string(placeholder))
+                                  ->check(whyNoValue)
                                   ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
   stores_.emplace_back([option, &value] {
     if (option->count() > 0) value = option->results().back();

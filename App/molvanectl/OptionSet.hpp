@@ -30,7 +30,8 @@ class OptionSet {
   /// A switch. `names` as "-v,--verbose".
   void flag(const std::string& names, bool& value, std::string_view help);
 
-  /// An option with a value; the last one counts, and `value` keeps what it holds when there is none.
+  /// An option with a value, which must not be empty; the last one counts, and `value` keeps what it holds
+  /// when there is none.
   void value(const std::string& names, std::string_view placeholder, std::string& value,
              std::string_view help);
 

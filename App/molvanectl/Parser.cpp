@@ -29,6 +29,24 @@ const HelpSection kExitStatus{"Exit status",
 
 std::string quoted(const std::string& text) { return "'" + text + "'"; }
 
+/// Throws UsageError for words of which CLI11 makes something else than anybody would mean.
+void refuseMisread(const std::vector<std::string>& arguments) {
+  for (auto word = arguments.begin(); word != arguments.end() && *word != "--"; ++word) {
+    // It ends a command at "++" without a word, and takes the next word as the value of "--option=".
+    if (*word == "++") throw UsageError("unexpected argument '++'; write it after '--'");
+    if (word->starts_with("--") && word->find('=') == word->size() - 1) {
+      throw UsageError(word->substr(0, word->size() - 1) + ": the value is empty");
+    }
+  }
+}
+
+/// What is wrong with an option's value or the lack of one.
+std::string valueProblem(const std::string& said) {
+  const std::string option = said.substr(0, said.find_first_of(": "));
+  if (said.find("flag override") == std::string::npos) return option + " needs a value";
+  return "--" + option + " takes no value";
+}
+
 }  // namespace
 
 struct Parser::Node {
@@ -109,6 +127,7 @@ std::string Parser::State::problem(const CLI::ParseError& error) const {
   if (!node.children.empty() && dynamic_cast<const CLI::RequiredError*>(&error) != nullptr) {
     return "a command is missing";
   }
+  if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr) return valueProblem(error.what());
   return error.what();
 }
 
@@ -142,14 +161,11 @@ Request Parser::parse(const std::vector<std::string>& arguments) {
     return {nullptr, version.what() + std::string("\n")};
   } catch (const CLI::ParseError& error) {
     state.root.options.store();
+    refuseMisread(arguments);
     throw UsageError(state.problem(error));
   }
   state.root.options.store();
-
-  for (auto word = arguments.begin(); word != arguments.end() && *word != "--"; ++word) {
-    // CLI11 ends a command at "++" without a word.
-    if (*word == "++") throw UsageError("unexpected argument '++'; write it after '--'");
-  }
+  refuseMisread(arguments);
   for (const std::string& word : arguments) {
     // The connection carries UTF-8 alone, and a repaired path would be another path.
     if (!isValidUtf8(word)) throw UsageError(quoted(word) + " is not valid UTF-8");

@@ -11,6 +11,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -19,6 +20,7 @@
 #include "Core/PasteGuard.hpp"
 #include "Platform/SafeFile.hpp"
 #include "molvanectl/Commands.hpp"
+#include "molvanectl/FileWords.hpp"
 #include "molvanectl/OptionSet.hpp"
 #include "molvanectl/Session.hpp"
 
@@ -46,9 +48,12 @@ std::string readStandardInput() {
 }
 
 std::string readFile(const std::string& path) {
-  std::optional<std::string> text = readSmallFile(path, kLongestInput);
-  if (!text) throw std::runtime_error("There is no file " + path + ".");
-  return std::move(*text);
+  try {
+    if (std::optional<std::string> text = readSmallFile(path, kLongestInput)) return std::move(*text);
+  } catch (const std::system_error& error) {
+    throw std::runtime_error(whyUnreadable(path, error.code()));
+  }
+  throw std::runtime_error(noFile(path));
 }
 
 std::string codePoint(char32_t scalar) { return fmt::format("U+{:04X}", static_cast<std::uint32_t>(scalar)); }
@@ -137,9 +142,9 @@ std::string colouredText(std::string_view text, bool colours) {
   return shown;
 }
 
-bool coloursWanted() {
+bool coloursWanted(Console& console) {
   const char* const refused = std::getenv("NO_COLOR");  // NOLINT(concurrency-mt-unsafe): nothing sets it
-  return refused == nullptr || *refused == '\0';
+  return (refused == nullptr || *refused == '\0') && console.redraws();
 }
 
 class PasteCheckCommand : public Command {
@@ -165,15 +170,18 @@ class PasteCheckCommand : public Command {
   }
 
   ExitStatus run(Session& session) override {
+    Output& output = session.output();
+    if (file_.empty() && session.console().inIsTerminal()) {
+      output.remark("Paste the text here, then press Return and Ctrl-D.");
+    }
     const std::string text = file_.empty() ? readStandardInput() : readFile(file_);
     const PasteGuard::Report report = PasteGuard::check(text);
     const bool ask = report.needsConfirmation(bracketed_);
-    Output& output = session.output();
     if (!isValidUtf8(text)) output.remark("The text is no valid UTF-8; what is not counts as U+FFFD.");
     if (output.json()) {
       output.record(record(text, report, ask));
     } else {
-      print(output, text, report, ask);
+      print(session, text, report, ask);
     }
     return ask ? ExitStatus::failed : ExitStatus::done;
   }
@@ -194,10 +202,11 @@ class PasteCheckCommand : public Command {
             {"revealed", PasteGuard::revealed(text)}};
   }
 
-  static void print(Output& output, const std::string& text, const PasteGuard::Report& report, bool ask) {
+  static void print(Session& session, const std::string& text, const PasteGuard::Report& report, bool ask) {
+    Output& output = session.output();
     if (output.outIsTerminal()) {
       const std::string_view shown = shownPart(text);
-      output.preparedText(colouredText(shown, coloursWanted()));
+      output.preparedText(colouredText(shown, coloursWanted(session.console())));
       if (shown.size() < text.size()) output.text("[the rest is not shown]");
     }
     const Places places = placesIn(text);

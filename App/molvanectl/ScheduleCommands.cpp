@@ -7,11 +7,13 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "Core/PasteGuard.hpp"
 #include "Core/Scheduling/ScheduleFile.hpp"
 #include "molvanectl/Commands.hpp"
+#include "molvanectl/FileWords.hpp"
 #include "molvanectl/OptionSet.hpp"
 #include "molvanectl/Session.hpp"
 #include "molvanectl/TextLayout.hpp"
@@ -101,15 +103,18 @@ class ScheduleCommand : public Command {
       read = readScheduleFile(path_);
     } catch (const BrokenScheduleFile& broken) {
       throw std::runtime_error(path_ + " is no file of tasks: " + broken.what());
+    } catch (const std::system_error& error) {
+      throw std::runtime_error(whyUnreadable(path_, error.code()));
     }
-    if (!read) throw std::runtime_error("There is no file " + path_ + ".");
+    if (!read) throw std::runtime_error(noFile(path_));
     return *read;
   }
 
   [[nodiscard]] Date moment() const { return momentOf(at_); }
+  [[nodiscard]] Calendar calendar() const { return Calendar(zoneNamed(zone_)); }
 
-  void print(Output& output, const std::vector<ScheduledTask>& tasks, Date now) const {
-    const Calendar calendar(zoneNamed(zone_));
+  static void print(Output& output, const std::vector<ScheduledTask>& tasks, const Calendar& calendar,
+                    Date now) {
     for (const ScheduledTask& task : tasks) {
       if (output.json()) {
         output.record(asRecord(task));
@@ -140,12 +145,14 @@ class ScheduleNextCommand : public ScheduleCommand {
   }
 
   ExitStatus run(Session& session) override {
+    const Date now = moment();
+    const Calendar shown = calendar();
     std::vector<ScheduledTask> all = tasks();
     std::stable_sort(all.begin(), all.end(), [](const ScheduledTask& a, const ScheduledTask& b) {
       if (!a.nextRun || !b.nextRun) return a.nextRun.has_value() && !b.nextRun;
       return *a.nextRun < *b.nextRun;
     });
-    print(session.output(), all, moment());
+    print(session.output(), all, shown, now);
     return ExitStatus::done;
   }
 };
@@ -170,11 +177,12 @@ class ScheduleDueCommand : public ScheduleCommand {
   ExitStatus run(Session& session) override {
     const double grace = secondsOf(grace_);
     const Date now = moment();
+    const Calendar shown = calendar();
     std::vector<ScheduledTask> all = tasks();
     all.erase(std::remove_if(all.begin(), all.end(),
                              [&](const ScheduledTask& task) { return !task.isDue(now, grace); }),
               all.end());
-    print(session.output(), all, now);
+    print(session.output(), all, shown, now);
     return ExitStatus::done;
   }
 

@@ -119,7 +119,8 @@ std::string secretFromTerminal(const std::string& prompt) {
   const FileDescriptor terminal(open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC));
   if (!terminal || terminal.get() >= FD_SETSIZE) {
     throw std::runtime_error(
-        "There is no terminal to ask for a password on; --password-fd reads it elsewhere.");
+        "There is no terminal to ask for a password on. --password-fd, and --proof-password-fd for the "
+        "administrator's, read it from a descriptor.");
   }
   std::optional<std::string> line;
   while (!line) {

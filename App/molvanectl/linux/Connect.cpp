@@ -19,7 +19,9 @@ std::string whyUnreachable(const std::string& socketPath, const std::error_code&
     case EACCES:
     case EPERM:
       return "Permission denied at " + socketPath +
-             ". Only the installed client, which has the group of the helper's " + "socket, may connect.";
+             ". Only the installed client, which has the group of the helper's socket, may connect.";
+    case ETIMEDOUT:
+      return "The helper at " + socketPath + " does not answer. It hangs, or has too much to do.";
     default:
       return "The helper's socket " + socketPath + " cannot be connected to: " + code.message() + ".";
   }
@@ -36,7 +38,8 @@ std::unique_ptr<MolvaneHelperXPCProtocol> connectToHelper(const std::string& soc
     } catch (const std::system_error& cause) {
       throw ConnectionError(whyUnreachable(socketPath, cause.code()));
     }
-    throw ConnectionError(std::string(error.what()) + ". It serves only the client that its team signed.");
+    throw ConnectionError(std::string(error.what()) +
+                          ". The helper serves only the client that its team signed; its log tells why.");
   }
 }
 

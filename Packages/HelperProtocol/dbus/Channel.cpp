@@ -3,8 +3,10 @@
 #include <cerrno>
 #include <chrono>
 #include <exception>
+#include <system_error>
 
 #include "HelperProtocol/dbus/Sasl.hpp"
+#include "HelperProtocol/dbus/Socket.hpp"
 
 namespace molvane::dbus {
 
@@ -20,6 +22,14 @@ FileDescriptor connected(const std::string& socketPath) {
   }
 }
 
+[[noreturn]] void throwNotAnswering() {
+  try {
+    throw std::system_error(ETIMEDOUT, std::generic_category());
+  } catch (const std::system_error&) {
+    std::throw_with_nested(ConnectionError("The helper does not answer"));
+  }
+}
+
 }  // namespace
 
 Channel::Channel(const std::string& socketPath)
@@ -31,6 +41,7 @@ void Channel::shakeHands(Deadline deadline) {
   stream_.send(asBytes(SaslClient::greeting()), kConnectTimeout);
   SaslClient client;
   while (!client.done()) {
+    if (!waitReadable(socket_, deadline)) throwNotAnswering();
     stream_.fetch(deadline);
     stream_.consume(client.receive(stream_.buffered()));
   }
