@@ -10,7 +10,6 @@
 #include <system_error>
 #include <vector>
 
-#include "Base/NSError.hpp"
 #include "Base/PathText.hpp"
 #include "HelperKit/Applications/ApplicationInstallPolicy.hpp"
 #include "Platform/DirectoryHandle.hpp"
@@ -38,21 +37,9 @@ int moveItem(const FileDescriptor& from, const std::string& name, const FileDesc
   throw std::system_error(error, std::generic_category(), what);
 }
 
-FileDescriptor openedAnew(const FileDescriptor& folder) {
-  FileDescriptor opened(openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!opened) throwErrno("open a folder");
-  return opened;
-}
-
 bool isFree(const FileDescriptor& folder, const std::string& name) {
   struct stat status {};
   return fstatat(folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT;
-}
-
-std::optional<std::string> bundleIDOf(const FileDescriptor& folder, const std::string& name) {
-  const FileDescriptor bundle(
-      openat(folder.get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  return bundle ? ApplicationInstallPolicy::bundleID(bundle) : std::nullopt;
 }
 
 }  // namespace
@@ -106,7 +93,7 @@ void ApplicationPlacement::moveIn(StagedItem& work, const std::string& name,
     const int error = moveItem(folder_, name, work.descriptor(), aside);
     if (error != 0) fail(error, "move " + destination.path + " aside");
     // Others may write to the applications folder, so only now it is certain what was moved.
-    if (bundleIDOf(work.descriptor(), aside) != bundleID) {
+    if (ApplicationInstallPolicy::bundleID(work.descriptor(), aside) != bundleID) {
       putBack(work, aside, name);
       throw Failure(FailureCase::otherApp, name);
     }
