@@ -59,7 +59,9 @@ void ApplicationPlacement::salvage(const FileDescriptor& leftover) const {
   const StagingFolder::Lock lock = staging_.lock();
   for (const std::string& aside : previous) {
     const std::string name = aside.substr(kAside.size());
-    if (!name.ends_with(".app") || !isFree(folder_, name)) continue;
+    // The copy that was to take its place is still beside it. Otherwise the place was given away already, or
+    // this is a copy, of an application of such a name, that nobody has accepted.
+    if (!name.ends_with(".app") || isFree(leftover, name) || !isFree(folder_, name)) continue;
     if (moveItem(leftover, aside, folder_, name) != 0) continue;
     logLine("MolvaneHelper: put back " + applications_ + "/" + name +
             " after an installation that was cut off");

@@ -14,7 +14,8 @@ class ApplicationPlacement {
   ApplicationPlacement(const StagingFolder& staging, const std::string& applications);
 
   /// What a leftover of a killed helper is asked before it is removed: an older copy that had been moved
-  /// aside, and that nothing has replaced, goes back to its place.
+  /// aside goes back to its place, if nothing is there and the copy that was to replace it still lies beside
+  /// it.
   void salvage(const FileDescriptor& leftover) const;
 
   /// Removes leftovers in the applications folder itself, after salvaging.
