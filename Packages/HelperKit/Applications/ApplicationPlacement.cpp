@@ -13,6 +13,7 @@
 #include "Base/PathText.hpp"
 #include "HelperKit/Applications/ApplicationInstallPolicy.hpp"
 #include "Platform/DirectoryHandle.hpp"
+#include "Platform/FileCopy.hpp"
 #include "Platform/Log.hpp"
 #include "Platform/TreeCopy.hpp"
 #include "Platform/posix/TreeWalk.hpp"
@@ -88,6 +89,8 @@ std::string ApplicationPlacement::place(StagedItem& work, const std::string& nam
 // The lock keeps two requests for one application from each finding the place empty.
 void ApplicationPlacement::moveIn(StagedItem& work, const std::string& name,
                                   const std::string& bundleID) const {
+  // The older copy is removed for good as soon as this one is in its place.
+  syncFileSystem(work.descriptor());
   const StagingFolder::Lock lock = staging_.lock();
   const auto destination = ApplicationInstallPolicy::destination(name, bundleID, applications_, folder_);
   const std::string aside = std::string(kAside) + name;

@@ -24,11 +24,11 @@ class ApplicationPlacement {
   /// Moves the application `name` out of the work folder into the applications folder, and an older copy of
   /// it (the same identifier) into the work folder under the name "previous-" and its own. Returns the path
   /// at which the application is now. On another file system it is copied into a private folder beside its
-  /// place first.
+  /// place first. The copy has reached the disk before anything else changes.
   ///
-  /// Throws ApplicationInstallPolicy::Failure (otherApp), or the std::system_error of a move or of the
-  /// copying; then the older copy is where it was. If its place was taken in that very moment, it stands
-  /// beside it under its name with "previous-".
+  /// Throws ApplicationInstallPolicy::Failure (otherApp), or the std::system_error of a move, of the copying
+  /// or of the disk; then the older copy is where it was. If its place was taken in that very moment, it
+  /// stands beside it under its name with "previous-".
   std::string place(StagedItem& work, const std::string& name, const std::string& bundleID) const;
 
  private:
