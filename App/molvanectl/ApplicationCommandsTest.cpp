@@ -34,11 +34,14 @@ TEST(AppCommands, RemoveAndInstallAskForWhatTheySay) {
 
 TEST(AppCommands, ARefusalIsTheHelpersSentence) {
   InProcess program;
-  program.helper.refusals = {{"/Applications/Mail.app", kRefused}};
+  program.helper.refusals = {{"/Applications/Mail.app", kRefused},
+                             {"/i/slow.app", {"com.molvane.helper.policy", 13, ""}}};
   EXPECT_EQ(program.run({"app", "remove", "/Applications/Mail.app"}), ExitStatus::failed);
   EXPECT_EQ(program.err.written,
             "molvanectl: Refusing to remove a protected app: /Applications/Mail.app "
             "(com.molvane.helper.policy, 11)\n");
+  EXPECT_EQ(program.run({"app", "install", "/i/slow.app"}), ExitStatus::failed);
+  EXPECT_EQ(program.err.written, "molvanectl: No reason was given. (com.molvane.helper.policy, 13)\n");
   EXPECT_EQ(program.run({"app", "remove"}), ExitStatus::usage);
   EXPECT_EQ(program.run({"app", "remove", "/a", "/b"}), ExitStatus::usage);
 }

@@ -17,7 +17,10 @@ Record asRecord(const NSError& error) {
 
 std::string asText(const NSError& error) {
   if (error.domain == kProgramErrorDomain) return error.localizedDescription;
-  return error.localizedDescription + " (" + error.domain + ", " + std::to_string(error.code) + ")";
+  // A tool that was stopped, or that failed without a word, leaves nothing to say.
+  const std::string& sentence = error.localizedDescription;
+  return (sentence.empty() ? "No reason was given." : sentence) + " (" + error.domain + ", " +
+         std::to_string(error.code) + ")";
 }
 
 }  // namespace

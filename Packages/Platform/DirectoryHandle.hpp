@@ -27,6 +27,10 @@ struct HeldItem {
 /// Opens a folder, links followed: for roots that are trusted. Throws std::system_error.
 [[nodiscard]] FileDescriptor openFolder(const std::string& path);
 
+/// The same folder under a descriptor that shares nothing with the first: it is listed from its beginning
+/// and has locks of its own. Throws std::system_error.
+[[nodiscard]] FileDescriptor openedAnew(const FileDescriptor& folder);
+
 /// Walks from `root`, which is trusted and may be reached through links, down to the folder that holds the
 /// item at `path`, without following a link on the way. The item itself is not looked at.
 ///

@@ -19,4 +19,8 @@ inline constexpr std::size_t kCopyChunk = std::size_t{4} << 20U;
 /// there.
 std::uint64_t copyToEnd(const FileDescriptor& from, const FileDescriptor& to, std::uint64_t mostBytes);
 
+/// Returns when all that had been written to the file system that holds the file or folder has reached the
+/// disk. Throws std::system_error when some of it cannot.
+void syncFileSystem(const FileDescriptor& item);
+
 }  // namespace molvane

@@ -70,6 +70,11 @@ std::optional<std::string> bundleID(const FileDescriptor& bundle) try {
   return std::nullopt;
 }
 
+std::optional<std::string> bundleID(const FileDescriptor& folder, const std::string& name) {
+  const FileDescriptor bundle = openFolderIn(folder, name);
+  return bundle ? bundleID(bundle) : std::nullopt;
+}
+
 ReceivedApplication validate(const std::string& path, const std::string& home, uid_t peerUID) {
   const std::string app = standardizingPath(path);
   if (!liesInCompanyInbox(app, home)) throw Failure(FailureCase::outsideInbox, app);
@@ -80,7 +85,7 @@ ReceivedApplication validate(const std::string& path, const std::string& home, u
   if (S_ISLNK(status->st_mode)) throw Failure(FailureCase::symlink, app);
   if (!S_ISDIR(status->st_mode)) throw Failure(FailureCase::notAnApp, app);
   if (status->st_uid != peerUID) throw Failure(FailureCase::notOwned, app);
-  std::optional<std::string> identifier = bundleID(openFolderIn(received.item.folder, received.item.name));
+  std::optional<std::string> identifier = bundleID(received.item.folder, received.item.name);
   if (!identifier) throw Failure(FailureCase::notAnApp, app);
   const std::string name = lastPathComponent(app);
   if (AppRemovalPolicy::deniedBasenames().contains(name)) throw Failure(FailureCase::isProtected, name);
@@ -95,10 +100,8 @@ Destination destination(const std::string& name, const std::string& bundleID, co
     if (errno != ENOENT) throwErrno("look at " + target);
     return {.path = target, .holdsOlderCopy = false};
   }
-  const FileDescriptor installed = openFolderIn(folder, name);
-  if (!installed || ApplicationInstallPolicy::bundleID(installed) != bundleID) {
+  if (ApplicationInstallPolicy::bundleID(folder, name) != bundleID)
     throw Failure(FailureCase::otherApp, name);
-  }
   return {.path = target, .holdsOlderCopy = true};
 }
 

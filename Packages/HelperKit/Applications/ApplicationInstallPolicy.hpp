@@ -35,6 +35,8 @@ using Failure = CaseError<FailureCase>;
 /// the key or a string under it is missing, when the file has more than 1 MiB, and when it or the folder that
 /// holds it is a link.
 [[nodiscard]] std::optional<std::string> bundleID(const FileDescriptor& bundle);
+/// That of the bundle folder `name` in `folder`; nothing, too, when that is no folder.
+[[nodiscard]] std::optional<std::string> bundleID(const FileDescriptor& folder, const std::string& name);
 
 /// An application that may be installed.
 struct ReceivedApplication {

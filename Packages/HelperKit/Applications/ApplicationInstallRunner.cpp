@@ -1,30 +1,16 @@
 #include "HelperKit/Applications/ApplicationInstallRunner.hpp"
 
-#include <fcntl.h>
-
-#include <utility>
-
-#include "Base/NSError.hpp"
 #include "HelperKit/Applications/ApplicationInstallPolicy.hpp"
 #include "HelperKit/Applications/ApplicationPlacement.hpp"
 #include "HelperKit/Applications/StagedBundle.hpp"
 #include "HelperKit/Applications/StagingFolder.hpp"
 #include "HelperKit/Maintenance/MaintenanceRunner.hpp"
+#include "Platform/DirectoryHandle.hpp"
 
 namespace molvane::ApplicationInstallRunner {
 
-namespace {
-
 using ApplicationInstallPolicy::Failure;
 using ApplicationInstallPolicy::FailureCase;
-
-HeldItem itemIn(const StagedItem& work, const std::string& name) {
-  FileDescriptor folder(openat(work.descriptor().get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!folder) throwErrno("open " + work.path());
-  return {std::move(folder), name};
-}
-
-}  // namespace
 
 std::string install(const std::string& path, const std::string& home, uid_t peerUID) {
   const auto app = ApplicationInstallPolicy::validate(path, home, peerUID);
@@ -41,7 +27,7 @@ std::string install(const std::string& path, const std::string& home, uid_t peer
   const auto copying = MaintenanceRunner::execute(ApplicationInstallPolicy::copy(original, copy),
                                                   ApplicationInstallPolicy::copyTimeout);
   if (copying.timedOut || copying.status != 0) throw Failure(FailureCase::failed, copying.output);
-  checkStagedBundle(itemIn(work, name), original, peerUID, app.bundleID);
+  checkStagedBundle({openedAnew(work.descriptor()), name}, original, peerUID, app.bundleID);
 
   const auto assessment = MaintenanceRunner::execute(ApplicationInstallPolicy::assess(copy),
                                                      ApplicationInstallPolicy::assessmentTimeout);

@@ -10,10 +10,10 @@
 #include <system_error>
 #include <vector>
 
-#include "Base/NSError.hpp"
 #include "Base/PathText.hpp"
 #include "HelperKit/Applications/ApplicationInstallPolicy.hpp"
 #include "Platform/DirectoryHandle.hpp"
+#include "Platform/FileCopy.hpp"
 #include "Platform/Log.hpp"
 #include "Platform/TreeCopy.hpp"
 #include "Platform/posix/TreeWalk.hpp"
@@ -38,21 +38,9 @@ int moveItem(const FileDescriptor& from, const std::string& name, const FileDesc
   throw std::system_error(error, std::generic_category(), what);
 }
 
-FileDescriptor openedAnew(const FileDescriptor& folder) {
-  FileDescriptor opened(openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!opened) throwErrno("open a folder");
-  return opened;
-}
-
 bool isFree(const FileDescriptor& folder, const std::string& name) {
   struct stat status {};
   return fstatat(folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT;
-}
-
-std::optional<std::string> bundleIDOf(const FileDescriptor& folder, const std::string& name) {
-  const FileDescriptor bundle(
-      openat(folder.get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  return bundle ? ApplicationInstallPolicy::bundleID(bundle) : std::nullopt;
 }
 
 }  // namespace
@@ -72,7 +60,9 @@ void ApplicationPlacement::salvage(const FileDescriptor& leftover) const {
   const StagingFolder::Lock lock = staging_.lock();
   for (const std::string& aside : previous) {
     const std::string name = aside.substr(kAside.size());
-    if (!name.ends_with(".app") || !isFree(folder_, name)) continue;
+    // The copy that was to take its place is still beside it. Otherwise the place was given away already, or
+    // this is a copy, of an application of such a name, that nobody has accepted.
+    if (!name.ends_with(".app") || isFree(leftover, name) || !isFree(folder_, name)) continue;
     if (moveItem(leftover, aside, folder_, name) != 0) continue;
     logLine("MolvaneHelper: put back " + applications_ + "/" + name +
             " after an installation that was cut off");
@@ -99,6 +89,8 @@ std::string ApplicationPlacement::place(StagedItem& work, const std::string& nam
 // The lock keeps two requests for one application from each finding the place empty.
 void ApplicationPlacement::moveIn(StagedItem& work, const std::string& name,
                                   const std::string& bundleID) const {
+  // The older copy is removed for good as soon as this one is in its place.
+  syncFileSystem(work.descriptor());
   const StagingFolder::Lock lock = staging_.lock();
   const auto destination = ApplicationInstallPolicy::destination(name, bundleID, applications_, folder_);
   const std::string aside = std::string(kAside) + name;
@@ -106,7 +98,7 @@ void ApplicationPlacement::moveIn(StagedItem& work, const std::string& name,
     const int error = moveItem(folder_, name, work.descriptor(), aside);
     if (error != 0) fail(error, "move " + destination.path + " aside");
     // Others may write to the applications folder, so only now it is certain what was moved.
-    if (bundleIDOf(work.descriptor(), aside) != bundleID) {
+    if (ApplicationInstallPolicy::bundleID(work.descriptor(), aside) != bundleID) {
       putBack(work, aside, name);
       throw Failure(FailureCase::otherApp, name);
     }

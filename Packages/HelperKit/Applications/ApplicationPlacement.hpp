@@ -14,7 +14,8 @@ class ApplicationPlacement {
   ApplicationPlacement(const StagingFolder& staging, const std::string& applications);
 
   /// What a leftover of a killed helper is asked before it is removed: an older copy that had been moved
-  /// aside, and that nothing has replaced, goes back to its place.
+  /// aside goes back to its place, if nothing is there and the copy that was to replace it still lies beside
+  /// it.
   void salvage(const FileDescriptor& leftover) const;
 
   /// Removes leftovers in the applications folder itself, after salvaging.
@@ -23,11 +24,11 @@ class ApplicationPlacement {
   /// Moves the application `name` out of the work folder into the applications folder, and an older copy of
   /// it (the same identifier) into the work folder under the name "previous-" and its own. Returns the path
   /// at which the application is now. On another file system it is copied into a private folder beside its
-  /// place first.
+  /// place first. The copy has reached the disk before anything else changes.
   ///
-  /// Throws ApplicationInstallPolicy::Failure (otherApp), or the std::system_error of a move or of the
-  /// copying; then the older copy is where it was. If its place was taken in that very moment, it stands
-  /// beside it under its name with "previous-".
+  /// Throws ApplicationInstallPolicy::Failure (otherApp), or the std::system_error of a move, of the copying
+  /// or of the disk; then the older copy is where it was. If its place was taken in that very moment, it
+  /// stands beside it under its name with "previous-".
   std::string place(StagedItem& work, const std::string& name, const std::string& bundleID) const;
 
  private:

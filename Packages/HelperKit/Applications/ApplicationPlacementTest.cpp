@@ -55,19 +55,26 @@ TEST_F(ApplicationPlacementTest, TheOlderCopyIsBackWhenTheFinalMoveFails) {
   EXPECT_FALSE(fs::exists(work.path() + "/previous-Foo.app"));
 }
 
-// Hidden folders beside the applications: only those that are really leftovers of ours are taken.
+// Hidden folders beside the applications: only those that are really leftovers of ours are taken, and only
+// what was about to be replaced goes back.
 TEST_F(ApplicationPlacementTest, SweepsItsOwnFoldersInTheApplicationsFolder) {
   const std::string uuid = "0B571681-2208-4324-890E-E8E482A51CF5";
   const std::string leftover = installed(".com.molvane.helper-" + uuid);
   const std::string open = installed(".com.molvane.helper-1" + uuid.substr(1));
   writeApp(leftover + "/previous-Foo.app", "com.example.foo", "1");
   writeApp(leftover + "/Foo.app", "com.example.foo", "2");
+  writeApp(leftover + "/previous-Bar.app", "com.example.bar", "replaced, or never accepted");
+  writeApp(leftover + "/previous-Baz.app", "com.example.baz", "1");
+  writeApp(leftover + "/Baz.app", "com.example.baz", "2");
+  writeApp(installed("Baz.app"), "com.example.baz", "3");
   fs::permissions(leftover, fs::perms(0700));
   fs::create_directory(open);
   fs::permissions(open, fs::perms(0755));
   fs::create_directory(installed(uuid));
   placement_.sweep();
   EXPECT_EQ(versionOf(installed("Foo.app")), "1");
+  EXPECT_FALSE(fs::exists(installed("Bar.app")));
+  EXPECT_EQ(versionOf(installed("Baz.app")), "3");
   EXPECT_FALSE(fs::exists(leftover));
   EXPECT_TRUE(fs::exists(open) && fs::exists(installed(uuid)));
 }

@@ -27,14 +27,7 @@ namespace {
 
 constexpr std::size_t kUuidLength = 36;
 constexpr std::size_t kMostLeftovers = 1000;  // for one sweep; the next one takes the others
-constexpr int kAnew = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
-
-// Another open file of the same folder, which can hold a lock of its own.
-FileDescriptor openedAnew(const FileDescriptor& folder) {
-  FileDescriptor opened(openat(folder.get(), ".", kAnew));
-  if (!opened) throwErrno("open a staging folder");
-  return opened;
-}
+constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 void removeLogged(const FileDescriptor& folder, const std::string& name, const std::string& path) {
   try {
@@ -98,7 +91,7 @@ StagingFolder::Lock::Lock(const FileDescriptor& folder) : folder_(openedAnew(fol
 StagingFolder::StagingFolder(const std::string& path) : path_(path), locked_(&folder_) {
   FileManager::createDirectory(path, S_IRWXU);
   requireTrustedFoldersAbove(path);
-  folder_.reset(open(path.c_str(), kAnew | O_NOFOLLOW));
+  folder_.reset(open(path.c_str(), kOpenFolder));
   if (!folder_) throwErrno("open " + path);
 }
 
@@ -149,7 +142,7 @@ StagedItem StagingFolder::make(const std::string& name, Open open) const {
 StagedItem StagingFolder::makeFolder() const {
   return make(prefix_ + Uuid::random().text(), [this](const std::string& name) {
     if (mkdirat(folder_.get(), name.c_str(), S_IRWXU) != 0) throwErrno("create " + name);
-    FileDescriptor made(openat(folder_.get(), name.c_str(), kAnew | O_NOFOLLOW));
+    FileDescriptor made(openat(folder_.get(), name.c_str(), kOpenFolder));
     if (!made) throwErrno("open " + name);
     if (!isOwnPrivateFolder(made)) {
       errno = EPERM;  // where others can write, it may be another by now

@@ -52,6 +52,12 @@ FileDescriptor openFolder(const std::string& path) {
   return folder;
 }
 
+FileDescriptor openedAnew(const FileDescriptor& folder) {
+  FileDescriptor opened(openat(folder.get(), ".", kOpenFolder));
+  if (!opened) throwErrno("open a folder anew");
+  return opened;
+}
+
 HeldItem walkToItem(const std::string& root, const std::string& path) {
   const std::string_view below = root == "/" ? std::string_view() : std::string_view(root);
   if (!path.starts_with(below) || path.size() <= below.size() + 1 || path[below.size()] != '/') {
