@@ -11,14 +11,11 @@
 #include <thread>
 #include <vector>
 
-#include "Platform/testing/ManualTimerQueue.hpp"
-
 namespace molvane {
 namespace {
 
 using namespace std::chrono_literals;
 using ::testing::ElementsAre;
-using testing::ManualTimerQueue;
 
 TEST(SteadyTimerQueue, CallsInTheOrderOfTheirTimesOnOneThreadOfItsOwn) {
   std::vector<std::string> calls;
@@ -88,24 +85,6 @@ TEST(SteadyTimerQueue, WaitsAtTheEndForACallThatHasBegun) {
   queue.reset();
   EXPECT_TRUE(finished);
   releasing.join();
-}
-
-TEST(ManualTimerQueue, RunsWhatFallsDueWhileTimeIsMoved) {
-  std::vector<std::string> calls;
-  ManualTimerQueue queue;
-  queue.callAfter(2s, [&] {
-    calls.emplace_back("two");
-    queue.callAfter(1s, [&] { calls.emplace_back("three"); });
-    queue.callAfter(10s, [&] { calls.emplace_back("twelve"); });
-  });
-  const TimerQueue::Handle cancelled = queue.callAfter(1s, [&] { calls.emplace_back("one"); });
-  queue.cancel(cancelled);
-  queue.advance(1999ms);
-  EXPECT_THAT(calls, ElementsAre());
-  EXPECT_EQ(queue.untilNext(), 1ms);
-  queue.advance(8s);
-  EXPECT_THAT(calls, ElementsAre("two", "three"));
-  EXPECT_EQ(queue.armedCount(), 1U);
 }
 
 }  // namespace
