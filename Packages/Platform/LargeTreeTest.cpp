@@ -94,7 +94,7 @@ TEST_F(LargeTreeTest, IsRemovedWhole) {
 
 TEST_F(LargeTreeTest, OfSeveralRemovalsOneSucceeds) {
   makeOutside();
-  for (int round = 0; round < 8; ++round) {
+  for (int round = 0; round < 4; ++round) {
     makeTree("tree");
     std::array<int, 3> errors{};
     {
