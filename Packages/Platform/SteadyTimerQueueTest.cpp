@@ -40,16 +40,25 @@ TEST(SteadyTimerQueue, CallsInTheOrderOfTheirTimesOnOneThreadOfItsOwn) {
 
 TEST(SteadyTimerQueue, ForgetsWhatWasCancelledAndWhatIsStillArmedAtTheEnd) {
   bool called = false;
+  std::promise<void> begun;
+  std::promise<void> release;
   std::promise<void> done;
   {
     SteadyTimerQueue queue;
-    const TimerQueue::Handle first = queue.callAfter(20ms, [&] { called = true; });
+    // While it is at this call, none of the others is made.
+    queue.callAfter(0ms, [&] {
+      begun.set_value();
+      release.get_future().wait();
+    });
+    begun.get_future().wait();
+    const TimerQueue::Handle first = queue.callAfter(0ms, [&] { called = true; });
     EXPECT_NE(first, 0U);
     queue.callAfter(TimerQueue::Duration::max(), [&] { called = true; });
-    queue.callAfter(30ms, [&] { done.set_value(); });
+    queue.callAfter(0ms, [&] { done.set_value(); });
     queue.cancel(first);
     queue.cancel(first);
     queue.cancel(12345);
+    release.set_value();
     done.get_future().wait();
   }
   EXPECT_FALSE(called);
