@@ -150,5 +150,17 @@ TEST_F(AppRemoval, TheCallersSurroundingsChangeNothing) {
   fs::remove_all("/tmp/elsewhere");
 }
 
+TEST_F(AppRemoval, TwoAtOnceEndWithOneSuccess) {
+  for (int round = 0; round < 10; ++round) {
+    for (int i = 0; i < 300; ++i) writeFile(kApplications / "Foo.app" / std::to_string(i), "x");
+    Program one({kClient, "app", "remove", kApplications / "Foo.app"}, kAnn);
+    Program other({kClient, "app", "remove", kApplications / "Foo.app"}, kBob);
+    const Outcome first = one.wait();
+    const Outcome second = other.wait();
+    EXPECT_FALSE(fs::exists(kApplications / "Foo.app"));
+    EXPECT_TRUE(first.status == 0 || second.status == 0);
+  }
+}
+
 }  // namespace
 }  // namespace molvane::e2e
