@@ -1,15 +1,13 @@
 #include <malloc.h>
 #include <plist/plist.h>
 
-#include <chrono>
-#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "Benchmarks.hpp"
 #include "Core/AccountDirectory.hpp"
-#include "Report.hpp"
+#include "Measuring.hpp"
 
 namespace molvane::bench {
 
@@ -56,15 +54,6 @@ std::string admins() {
   return std::string(kHead) + "<dict>\n" + attribute("GroupMembership", names) + "</dict>\n</plist>\n";
 }
 
-double milliseconds(const std::function<void()>& work) {
-  // Each starts with a heap as a fresh process has it, not with what the other left behind.
-  malloc_trim(0);
-  using Clock = std::chrono::steady_clock;
-  const Clock::time_point start = Clock::now();
-  work();
-  return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
-
 }  // namespace
 
 std::vector<Comparison> benchAccounts() {
@@ -82,19 +71,11 @@ std::vector<Comparison> benchAccounts() {
     plist_free(list);
     if (!complete) throw std::runtime_error("libplist did not read every record");
   };
-  ours();
-  peer();
-  std::vector<double> ourSpans;
-  std::vector<double> peerSpans;
-  for (int round = 0; round < kRounds; ++round) {
-    ourSpans.push_back(milliseconds(ours));
-    peerSpans.push_back(milliseconds(peer));
-  }
-  return {{.name = "list 10,000 accounts / libplist's parse of the same",
-           .ours = median(ourSpans),
-           .peer = median(peerSpans),
-           .unit = "ms",
-           .atMost = 1.3}};
+  // Each starts with a heap as a fresh process has it, not with what the other left behind.
+  const auto trim = [] { malloc_trim(0); };
+  return {compareInTurns(
+      {.name = "list 10,000 accounts / libplist's parse of the same", .unit = "ms", .atMost = 1.3},
+      {.counted = kRounds, .warmUps = 1}, {ours, trim}, {peer, trim})};
 }
 
 }  // namespace molvane::bench

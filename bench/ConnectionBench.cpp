@@ -11,7 +11,7 @@
 #include "Benchmarks.hpp"
 #include "ConnectionPeers.hpp"
 #include "HelperProtocol/dbus/Proxy.hpp"
-#include "Report.hpp"
+#include "Measuring.hpp"
 
 namespace molvane::bench {
 
@@ -25,6 +25,7 @@ constexpr int kPings = 5'000;
 constexpr int kConnects = 200;
 constexpr int kClients = 64;
 constexpr int kCallsPerClient = 500;
+constexpr double kMicroseconds = 1e6;
 
 void ping(dbus::Proxy& proxy) {
   bool answered = false;
@@ -32,16 +33,10 @@ void ping(dbus::Proxy& proxy) {
   if (!answered) throw std::runtime_error("the helper answered something else");
 }
 
-double microsecondsOf(const Action& action) {
-  const Clock::time_point start = Clock::now();
-  action();
-  return std::chrono::duration<double, std::micro>(Clock::now() - start).count();
-}
-
 /// The median of so many runs of `action`, in microseconds.
 double medianOf(int runs, const Action& action) {
   std::vector<double> spans;
-  for (int run = 0; run < runs; ++run) spans.push_back(microsecondsOf(action));
+  for (int run = 0; run < runs; ++run) spans.push_back(secondsOf(action) * kMicroseconds);
   return median(std::move(spans));
 }
 
@@ -69,7 +64,7 @@ template <typename Client>
 double microsecondsUnderLoad(const std::string& path, void (*call)(Client&)) {
   std::vector<std::unique_ptr<Client>> clients;
   for (int i = 0; i < kClients; ++i) clients.push_back(std::make_unique<Client>(path));
-  const double span = microsecondsOf([&] {
+  const double span = secondsOf([&] {
     std::vector<std::thread> threads;
     for (const auto& client : clients) {
       threads.emplace_back([&client, call] {
@@ -78,7 +73,7 @@ double microsecondsUnderLoad(const std::string& path, void (*call)(Client&)) {
     }
     for (std::thread& thread : threads) thread.join();
   });
-  return span / (kClients * kCallsPerClient);
+  return span * kMicroseconds / (kClients * kCallsPerClient);
 }
 
 void echo(EchoClient& client) { client.echo(); }

@@ -1,33 +1,29 @@
 #include <unicode/gregocal.h>
 
-#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Benchmarks.hpp"
 #include "Core/PasteGuard.hpp"
 #include "Core/Scheduling/ScheduleStore.hpp"
-#include "Platform/ChildProcess.hpp"
+#include "Measuring.hpp"
 #include "Platform/testing/TemporaryFolder.hpp"
-#include "Report.hpp"
 
 namespace molvane::bench {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-using Work = std::function<void()>;
-
 constexpr std::size_t kTextSize = std::size_t{64} << 20U;
 constexpr int kRounds = 9;
+constexpr int kNothingFound = 1;  // the exit status of grep and rg
 
 // What check looks for, as one class of characters in the language of both tools.
 constexpr const char* kClasses =
@@ -41,27 +37,10 @@ void require(bool holds, const char* what) {
   if (!holds) throw std::runtime_error(what);
 }
 
-double milliseconds(const Work& work) {
-  const Clock::time_point start = Clock::now();
-  work();
-  return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
-
-/// Both in turns, so that what else the machine does meets both.
+// Both run once before they count.
 Comparison compare(std::string name, const Work& ours, const Work& peer, double atMost) {
-  std::vector<double> ourSpans;
-  std::vector<double> peerSpans;
-  ours();
-  peer();
-  for (int round = 0; round < kRounds; ++round) {
-    ourSpans.push_back(milliseconds(ours));
-    peerSpans.push_back(milliseconds(peer));
-  }
-  return {.name = std::move(name),
-          .ours = median(ourSpans),
-          .peer = median(peerSpans),
-          .unit = "ms",
-          .atMost = atMost};
+  return compareInTurns({.name = std::move(name), .unit = "ms", .atMost = atMost},
+                        {.counted = kRounds, .warmUps = 1}, {ours}, {peer});
 }
 
 std::string filled(std::string_view unit) {
@@ -91,15 +70,6 @@ std::string mixedText() {
       "\u65E5\u672C\u8A9E\u306E\u30C6\u30AD\u30B9\u30C8\u3068 ascii \u3092\u6DF7\u305C\u305F\u884C\n");
 }
 
-void runTool(const std::string& executable, const std::vector<std::string>& arguments) {
-  const auto deadline = Clock::now() + std::chrono::minutes(2);
-  const auto ignore = [](std::string_view) {};
-  ChildProcess tool({executable, arguments, ChildProcess::StandardInput::null});
-  require(tool.pump(deadline, ignore) && tool.drain(deadline, ignore), "a tool hangs");
-  const int status = tool.terminationStatus().value_or(2);
-  require(status <= 1, "a tool failed");  // 1: it found nothing
-}
-
 std::vector<Comparison> benchPasteGuard() {
   ::setenv("LC_ALL", "C.UTF-8", 1);
   const TemporaryFolder folder;
@@ -122,11 +92,11 @@ std::vector<Comparison> benchPasteGuard() {
     seen = copy[ascii.size() / 2];
   };
   const std::string asciiFile = file("ascii", ascii);
-  const Work grep = [&] { runTool("/usr/bin/grep", {"-cP", kClasses, asciiFile}); };
+  const Work grep = [&] { runProgram("/usr/bin/grep", {"-cP", kClasses, asciiFile}, kNothingFound); };
 
   const std::string mixed = mixedText();
   const std::string mixedFile = file("mixed", mixed);
-  const Work rg = [&] { runTool("/usr/bin/rg", {"--count-matches", kClasses, mixedFile}); };
+  const Work rg = [&] { runProgram("/usr/bin/rg", {"--count-matches", kClasses, mixedFile}, kNothingFound); };
 
   return {compare("paste guard, 64 MiB of ASCII / memcpy", checked(ascii, true), copying, 2),
           compare("paste guard, 64 MiB of ASCII / grep -cP", checked(ascii, true), grep, 1.0 / 5),

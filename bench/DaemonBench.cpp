@@ -19,7 +19,7 @@
 #include "ConnectionPeers.hpp"
 #include "HelperProtocol/dbus/ListeningSocket.hpp"
 #include "HelperProtocol/dbus/Proxy.hpp"
-#include "Report.hpp"
+#include "Measuring.hpp"
 
 // The installed daemon as it ships, with the real check of its peer's signature. Runs in the Mac-shaped root
 // only, where this program is signed as the app; scripts/bench sees to that.
@@ -122,26 +122,14 @@ std::vector<Comparison> compareConnecting(const std::string& daemon) {
   const ServerProcess echoServer([&] { return serveEcho(echoPath); });
   const dbus::ListeningSocket socket(kSocket);
   const StartedServer server(daemon, socket);
-  std::vector<double> ours;
-  std::vector<double> peer;
-  const auto microsecondsOf = [](auto&& work) {
-    const Clock::time_point start = Clock::now();
-    work();
-    return std::chrono::duration<double, std::micro>(Clock::now() - start).count();
-  };
-  for (int round = -50; round < kConnects; ++round) {
-    const double our = microsecondsOf([] { pingOnce(kSocket); });
-    const double peers = microsecondsOf([&] { EchoClient(echoPath).echo(); });
-    if (round < 0) continue;
-    ours.push_back(our);
-    peer.push_back(peers);
-  }
+  Comparison connecting =
+      compareInTurns({.name = "connect, signature check remembered, first pong / connect and first echo",
+                      .unit = "µs",
+                      .atMost = 3.5},
+                     {.counted = kConnects, .warmUps = 50}, {[] { pingOnce(kSocket); }},
+                     {[&] { EchoClient(echoPath).echo(); }});
   unlink(echoPath.c_str());
-  return {{.name = "connect, signature check remembered, first pong / connect and first echo",
-           .ours = median(ours),
-           .peer = median(peer),
-           .unit = "µs",
-           .atMost = 3.5},
+  return {std::move(connecting),
           {.name = "resident memory when idle / 8 MB",
            .ours = server.residentMegabytes(),
            .peer = kMostIdleMegabytes,

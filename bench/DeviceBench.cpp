@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -21,9 +20,9 @@
 #include "DeviceScratch.hpp"
 #include "HelperKit/Devices/ChunkStream.hpp"
 #include "HelperKit/Devices/DeviceJobWork.hpp"
+#include "Measuring.hpp"
 #include "Platform/PageBuffer.hpp"
 #include "Platform/linux/testing/LoopDevice.hpp"
-#include "Report.hpp"
 
 // The work of the device jobs, as the helper does it, over loop devices. Every peer does all of it: what is
 // written is synced and hashed, and verified by reading the device past the cache.
@@ -32,19 +31,12 @@ namespace molvane::bench {
 namespace {
 
 using testing::LoopDevice;
-using Clock = std::chrono::steady_clock;
 using Phase = DeviceJobStatus::Phase;
 
 constexpr int kRounds = 5;
 constexpr int kSlowPeerRounds = 1;
 constexpr int kJobs = 20;
 constexpr double kMebibytesPerJob = 17;
-
-double secondsOf(const std::function<void()>& work) {
-  const Clock::time_point start = Clock::now();
-  work();
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
 
 // Opens the loop device whatever disk is asked for.
 RawDeviceOpener over(const LoopDevice& loop) {
@@ -80,7 +72,6 @@ void writeAndVerify(const LoopDevice& device, const std::string& image) {
 
 void imageDevice(const LoopDevice& device, std::int64_t size, const std::string& destination,
                  std::int64_t bad = 0) {
-  fs::remove(destination);
   DeviceJobTable table;
   table.add("job", {});
   DeviceJob job(table, "job");
@@ -90,19 +81,19 @@ void imageDevice(const LoopDevice& device, std::int64_t size, const std::string&
   if (table.status("job")->badBlocks != bad) throw std::runtime_error("not the bad blocks that there are");
 }
 
-// Our work and a peer's, in turns. `before` runs ahead of each and is not counted.
+void shell(const std::string& command) { runProgram("/bin/bash", {"-c", "set -e -o pipefail; " + command}); }
+
+// Ahead of making `file`, which lies in memory, anew.
+void makeRoom(const DeviceScratch& scratch, const std::string& file) {
+  fs::remove(file);
+  claimMemory(static_cast<std::size_t>(scratch.size()));
+}
+
 Comparison compare(
-    const std::string& name, double atMost, const std::function<void()>& ours,
-    const std::function<void()>& peer, int rounds = kRounds, const std::function<void()>& before = [] {}) {
-  std::vector<double> ourSpans;
-  std::vector<double> peerSpans;
-  for (int round = 0; round < rounds; ++round) {
-    before();
-    ourSpans.push_back(secondsOf(ours));
-    before();
-    peerSpans.push_back(secondsOf(peer));
-  }
-  return {.name = name, .ours = median(ourSpans), .peer = median(peerSpans), .unit = "s", .atMost = atMost};
+    const std::string& name, double atMost, const Work& ours, const Work& peer, int rounds = kRounds,
+    const Work& before = [] {}) {
+  return compareInTurns({.name = name, .unit = "s", .atMost = atMost}, {.counted = rounds}, {ours, before},
+                        {peer, before});
 }
 
 // What the write and the read of the device and the hash cost by themselves, the slower of what overlaps.
@@ -193,10 +184,9 @@ std::vector<Comparison> imaging(const DeviceScratch& scratch) {
       rows.push_back(compare(
           "image a healthy device / " + name, 1 / 1.9, ours,
           [&] {
-            fs::remove(copy);
             shell(fmt::format(fmt::runtime(command), fmt::arg("dev", device.path()), fmt::arg("copy", copy)));
           },
-          rounds));
+          rounds, [&] { makeRoom(scratch, copy); }));
     };
     peer("dd into tee and openssl", "dd if={dev} bs=4M iflag=direct | tee {copy} | openssl dgst -sha256",
          kRounds);
@@ -211,11 +201,11 @@ std::vector<Comparison> imaging(const DeviceScratch& scratch) {
   rows.push_back(compare(
       "image a healthy device on disk / ddrescue -d, no hash", 1.1,
       [&] { imageDevice(device, scratch.size(), copy); },
+      [&] { shell(fmt::format("ddrescue -q -d {} {} && sync {}", device.path(), copy, copy)); }, kRounds,
       [&] {
         fs::remove(copy);
-        shell(fmt::format("ddrescue -q -d {} {} && sync {}", device.path(), copy, copy));
-      },
-      kRounds, forgetCaches));
+        forgetCaches();
+      }));
   return rows;
 }
 
@@ -231,9 +221,12 @@ Comparison rescuing(const DeviceScratch& scratch) {
       "image a device with 64 unreadable sectors / ddrescue -d, then openssl", 1.0 / 3,
       [&] { imageDevice(device, scratch.size(), copy, kBad); },
       [&] {
-        fs::remove(copy);
-        fs::remove(copy + ".map");
         shell(fmt::format("ddrescue -q -d {0} {1} {1}.map; openssl dgst -sha256 {1}", device.path(), copy));
+      },
+      kRounds,
+      [&] {
+        fs::remove(copy + ".map");
+        makeRoom(scratch, copy);
       });
 }
 

@@ -29,22 +29,6 @@ std::int64_t wantedSize() {
 
 }  // namespace
 
-void shell(const std::string& command) {
-  ChildProcess process(
-      {"/bin/bash", {"-c", "set -e -o pipefail; " + command}, ChildProcess::StandardInput::null});
-  std::string output;
-  const auto deadline = ChildProcess::Clock::now() + std::chrono::minutes(10);
-  const auto keep = [&output](std::string_view piece) { output += piece; };
-  const bool ended = process.pump(deadline, keep) && process.drain(deadline, keep);
-  if (!ended || process.terminationStatus() != 0) throw std::runtime_error(command + " failed: " + output);
-}
-
-void forgetCaches() {
-  sync();
-  const FileDescriptor knob(open("/proc/sys/vm/drop_caches", O_WRONLY | O_CLOEXEC));
-  if (!knob || write(knob.get(), "3", 1) != 1) throw std::runtime_error("cold figures need root");
-}
-
 DeviceScratch::DeviceScratch() : path_("/tmp/molvane-bench-XXXXXX"), size_(wantedSize()) {
   if (geteuid() != 0) throw std::runtime_error("loop devices need root");
   // What is mounted here vanishes with this process at the latest.

@@ -12,12 +12,6 @@ namespace molvane::bench {
 
 namespace fs = std::filesystem;
 
-/// Runs a shell command; throws when it fails.
-void shell(const std::string& command);
-
-/// Writes out what is to be written and empties the page cache. Needs root.
-void forgetCaches();
-
 /// A folder with a part on the disk, "disk", and one in memory, "memory", both gone at the end. Needs root.
 class DeviceScratch {
  public:

@@ -3,22 +3,19 @@
 
 #include <array>
 #include <chrono>
-#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "Base/NSError.hpp"
 #include "Benchmarks.hpp"
+#include "Measuring.hpp"
 #include "Platform/ChildProcess.hpp"
 #include "Platform/posix/SpawnHost.hpp"
-#include "Report.hpp"
 
 namespace molvane::bench {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 constexpr int kWarmUps = 50;
 constexpr int kRounds = 2000;
@@ -29,7 +26,7 @@ constexpr const char* kLine = "a line of output";
 std::string outputOfOurs() {
   std::string output;
   const auto keep = [&output](std::string_view piece) { output += piece; };
-  const auto deadline = Clock::now() + std::chrono::minutes(1);
+  const auto deadline = ChildProcess::Clock::now() + std::chrono::minutes(1);
   ChildProcess tool({kTool, {kLine}, ChildProcess::StandardInput::inherited});
   if (!tool.pump(deadline, keep) || !tool.drain(deadline, keep)) throw std::runtime_error("the tool hangs");
   if (tool.terminationStatus() != 0) throw std::runtime_error("the tool failed");
@@ -62,26 +59,13 @@ std::string outputOfPlainVfork() {
   return output;
 }
 
-double microsecondsOf(const std::function<std::string()>& run) {
-  const Clock::time_point start = Clock::now();
-  const std::string output = run();
-  const std::chrono::duration<double, std::micro> span = Clock::now() - start;
-  if (output != std::string(kLine) + "\n")
-    throw std::runtime_error("the tool wrote something else: " + output);
-  return span.count();
-}
-
 Comparison compare(const std::string& name) {
-  std::vector<double> ours;
-  std::vector<double> peer;
-  for (int round = -kWarmUps; round < kRounds; ++round) {
-    const double ourSpan = microsecondsOf(outputOfOurs);
-    const double peerSpan = microsecondsOf(outputOfPlainVfork);
-    if (round < 0) continue;
-    ours.push_back(ourSpan);
-    peer.push_back(peerSpan);
-  }
-  return {.name = name, .ours = median(ours), .peer = median(peer), .unit = "µs", .atMost = 1.15};
+  const auto requireLine = [](const std::string& output) {
+    if (output != std::string(kLine) + "\n") throw std::runtime_error("the tool wrote " + output);
+  };
+  return compareInTurns({.name = name, .unit = "µs", .atMost = 1.15},
+                        {.counted = kRounds, .warmUps = kWarmUps}, {[&] { requireLine(outputOfOurs()); }},
+                        {[&] { requireLine(outputOfPlainVfork()); }});
 }
 
 }  // namespace

@@ -13,8 +13,8 @@
 #include "Base/NSError.hpp"
 #include "Benchmarks.hpp"
 #include "HelperKit/Accounts/PromptedCommand.hpp"
+#include "Measuring.hpp"
 #include "Platform/ChildProcess.hpp"
-#include "Report.hpp"
 
 namespace molvane::bench {
 
@@ -88,11 +88,7 @@ void bare(const char* prompts) {
   requireDone(output, status);
 }
 
-double millisecondsOf(const std::function<void()>& run) {
-  const Clock::time_point start = Clock::now();
-  run();
-  return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
+double millisecondsOf(const Work& work) { return secondsOf(work) * 1e3; }
 
 }  // namespace
 

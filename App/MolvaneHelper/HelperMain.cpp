@@ -22,6 +22,7 @@
 #include "MolvaneHelper/ServiceListener.hpp"
 #include "Platform/Log.hpp"
 #include "Platform/ProcessDirectories.hpp"
+#include "Platform/RawDevice.hpp"
 #include "Platform/SteadyTimerQueue.hpp"
 
 namespace molvane {
@@ -61,6 +62,9 @@ int helperMain() try {
                                                   [&mainLoop] { mainLoop.stop(); }});
   // After what its threads use, so that it ends first; before scheduleIdleExit, which makes a thread.
   const std::unique_ptr<Listener> listener = makeServiceListener();
+  // Only now: one that was started past the service manager has ended, and must not disturb the one that
+  // runs.
+  forgetDisksOfEarlierHelper();
   delegate->scheduleIdleExit();
 
   listener->setDelegate(*delegate);

@@ -110,8 +110,7 @@ TEST_F(ScheduleCommands, NextListsTheTasksInTheOrderOfTheirRuns) {
       ExitStatus::done);
   EXPECT_EQ(program.out.written,
             "2026-11-22 05:00:00 -03:30  Copy\n"
-            "                            Every Monday at 09:00; copier run; its time has\n"
-            "                            passed\n"
+            "                            Every Monday at 09:00; copier run; its time has come\n"
             "2026-11-22 06:00:00 -03:30  Clean caches\n"
             "                            Every day at 09:30; cleaner clean\n"
             "never                       Idle\n"

@@ -13,6 +13,7 @@
 #include "Base/PathText.hpp"
 #include "Base/Utf8.hpp"
 #include "HelperProtocol/DeviceJobSpec.hpp"
+#include "Platform/StandardPath.hpp"
 #include "molvanectl/Commands.hpp"
 #include "molvanectl/DeviceConfirmation.hpp"
 #include "molvanectl/DeviceJobFollower.hpp"
@@ -171,7 +172,7 @@ class ImageCommand final : public JobStartCommand {
   DeviceJobWords words() const override {
     const std::string path = absolutePath(destination_);
     return {"reading", "The image of " + diskName(disk_) + " is " + path + ".",
-            "What there may be at " + path + " is not the whole disk.", false};
+            "What there may be at " + path + " is not the whole disk.", false, true};
   }
 
  private:
@@ -204,7 +205,9 @@ class InstallMediaCommand final : public JobStartCommand {
   }
 
   std::optional<std::string> erases() const override {
-    return yes_ ? std::nullopt : std::optional(lastPathComponent(absolutePath(volume_)));
+    if (yes_) return std::nullopt;
+    // As the helper will understand it: "." and ".." are no names to type.
+    return lastPathComponent(standardizingPath(absolutePath(volume_)));
   }
 
   DeviceJobWords words() const override {

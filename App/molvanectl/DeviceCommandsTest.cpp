@@ -94,8 +94,10 @@ TEST_F(DeviceCommands, EraseOnlyWhatHasBeenNamedTwice) {
   EXPECT_EQ(program.run(write), ExitStatus::done);
   EXPECT_THAT(program.err.written,
               StartsWith("molvanectl: Everything on disk4 will be erased. Type disk4 to go on.\n"));
-  program.console.typed = {"My USB"};
+  program.console.typed = {"My USB", "My USB"};
   EXPECT_EQ(program.run(media), ExitStatus::done);
+  EXPECT_EQ(program.run({"device", "install-media", "/Applications/I.app", "/Volumes/My USB/x/.././."}),
+            ExitStatus::done);
   program.console.typed = {"/Volumes/My USB/"};
   EXPECT_EQ(program.run(media), ExitStatus::failed);
 }

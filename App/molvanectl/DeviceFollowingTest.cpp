@@ -171,6 +171,32 @@ TEST_F(DeviceFollowing, AFailureIsToldOnceWithWhatItMayLeave) {
   EXPECT_THAT(program.err.written, EndsWith("molvanectl: The job was cancelled.\n"
                                             "molvanectl: disk4 may hold only a part of the image.\n"));
   EXPECT_THAT(program.out.written, IsEmpty());
+  script({failed("Write failed: No space left on device", "Reading x\n")});
+  EXPECT_EQ(program.run(image), ExitStatus::failed);
+  EXPECT_THAT(program.err.written, EndsWith("What there may be at /tmp/x.img is not the whole disk.\n"));
+
+  // The helper calls it finished when there is nothing more to read.
+  script({status(Phase::finished, 1'500'000, 24'000'000, "Writing x\nDone.\n")});
+  EXPECT_EQ(program.run(write), ExitStatus::failed);
+  EXPECT_THAT(program.err.written,
+              EndsWith("molvanectl: Only 1.50 MB of 24.0 MB could be copied; there was no more to read.\n"
+                       "molvanectl: disk4 may hold only a part of the image.\n"));
+  EXPECT_THAT(program.out.written, IsEmpty());
+}
+
+TEST_F(DeviceFollowing, NothingIsSaidToBeLeftWhereNothingIs) {
+  const std::string busy = "Cannot open device for writing: Device or resource busy. Unmount it first.";
+  for (const Words& words : {write, Words{"device", "watch", "J"}}) {
+    script({failed(busy, "Writing x\n")});
+    EXPECT_EQ(program.run(words), ExitStatus::failed);
+    EXPECT_THAT(program.err.written, EndsWith("molvanectl: " + busy + "\n"));
+  }
+  script({failed("Cannot create /tmp/x.img: File exists", "Reading x\n")});
+  EXPECT_EQ(program.run(image), ExitStatus::failed);
+  EXPECT_THAT(program.err.written, EndsWith("File exists\n"));
+  script({status(Phase::cancelled, 5, 9, "Reading x\n")});
+  EXPECT_EQ(program.run(image), ExitStatus::failed);
+  EXPECT_THAT(program.err.written, EndsWith("molvanectl: The job was cancelled.\n"));
 }
 
 TEST_F(DeviceFollowing, AnInterruptionCancelsOnceAndWaitsForTheOutcome) {

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Base/JsonCoding.hpp"
+#include "molvanectl/DeviceProgress.hpp"
 
 namespace molvane::ctl {
 namespace {
@@ -14,6 +15,12 @@ using Phase = DeviceJobStatus::Phase;
 std::string unreadableBlocksText(std::int64_t count) {
   return count == 1 ? "1 block could not be read; zeros stand in its place."
                     : std::to_string(count) + " blocks could not be read; zeros stand in their place.";
+}
+
+/// Whether the helper gave up before it had touched anything: the texts are the helper's.
+bool neverBegan(const DeviceJobStatus& status) {
+  return status.error &&
+         (status.error->starts_with("Cannot open ") || status.error->starts_with("Cannot create "));
 }
 
 }  // namespace
@@ -99,12 +106,18 @@ ExitStatus DeviceJobFollower::report(const DeviceJobStatus& status) {
   Output& output = session_.output();
   switch (status.phase) {
     case Phase::finished:
-      break;
+      if (status.bytesDone >= status.bytesTotal) break;
+      // An image that was cut short while it was written, or a disk that is smaller than it says.
+      fail("Only " + byteText(status.bytesDone) + " of " + byteText(status.bytesTotal) +
+               " could be copied; there was no more to read.",
+           words_.leftBehind);
+      return ExitStatus::failed;
     case Phase::cancelled:
-      fail("The job was cancelled.", words_.leftBehind);
+      fail("The job was cancelled.", words_.cleansUp ? std::string() : words_.leftBehind);
       return ExitStatus::failed;
     default:
-      fail(status.error.value_or("The job failed and gave no reason."), words_.leftBehind);
+      fail(status.error.value_or("The job failed and gave no reason."),
+           neverBegan(status) ? std::string() : words_.leftBehind);
       return ExitStatus::failed;
   }
   if (interruptions_ > 0) output.notice("The job was to be cancelled, but it came to its normal end.");

@@ -36,8 +36,8 @@ class DeviceJobFollower {
   /// Without `words` they are guessed from the job's log. All but the words must outlive this object.
   DeviceJobFollower(Session& session, Waiter& waiter, std::string jobID, std::optional<DeviceJobWords> words);
 
-  /// Says everything that is to be said, and how the program ends: done for a job that finished, whether it
-  /// was to be cancelled or not. Throws OutputError.
+  /// Says everything that is to be said, and how the program ends: done for a job that finished with all that
+  /// it was to do, whether it was to be cancelled or not. Throws OutputError.
   ExitStatus follow();
 
  private:

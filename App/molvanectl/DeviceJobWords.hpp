@@ -11,6 +11,7 @@ struct DeviceJobWords {
   std::string done = "The job has finished.";
   std::string leftBehind;  ///< what it may leave when it does not finish; whole sentences, or empty
   bool showsLog = true;    ///< whether its log is for the person to follow
+  bool cleansUp = false;   ///< whether it leaves nothing when it is cancelled
 };
 
 /// When a job ends that nobody ordered to.

@@ -2,6 +2,7 @@
 #include <unicode/uchar.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
@@ -27,7 +28,7 @@ namespace {
 using PasteGuard::Finding;
 using PasteGuard::Occurrence;
 
-constexpr std::size_t kLongestInput = std::size_t{256} << 20U;
+constexpr std::size_t kLongestInput = std::size_t{64} << 20U;
 constexpr std::size_t kMostPlaces = 1000;
 constexpr std::size_t kLongestShown = std::size_t{64} << 10U;
 
@@ -40,7 +41,7 @@ std::string readStandardInput() {
     if (count < 0) throwErrno("Standard input could not be read");
     if (count == 0) return text;
     text.append(buffer.data(), static_cast<std::size_t>(count));
-    if (text.size() > kLongestInput) throw std::runtime_error("The text is longer than 256 MiB.");
+    if (text.size() > kLongestInput) throw std::runtime_error("The text is longer than 64 MiB.");
   }
 }
 
@@ -112,6 +113,14 @@ std::string_view styleOf(const std::optional<Finding>& finding) {
       break;
   }
   return "\x1b[1;33m";
+}
+
+/// The beginning of the text that a terminal is shown, up to the end of a character.
+std::string_view shownPart(std::string_view text) {
+  std::size_t size = std::min(text.size(), kLongestShown);
+  const auto isContinuation = [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80; };
+  while (size > 0 && size < text.size() && isContinuation(text[size])) --size;
+  return text.substr(0, size);
 }
 
 /// The revealed text, its lines apart, for a terminal: it holds no other escape sequence than those of the
@@ -187,8 +196,9 @@ class PasteCheckCommand : public Command {
 
   static void print(Output& output, const std::string& text, const PasteGuard::Report& report, bool ask) {
     if (output.outIsTerminal()) {
-      output.preparedText(colouredText(std::string_view(text).substr(0, kLongestShown), coloursWanted()));
-      if (text.size() > kLongestShown) output.text("[the rest is not shown]");
+      const std::string_view shown = shownPart(text);
+      output.preparedText(colouredText(shown, coloursWanted()));
+      if (shown.size() < text.size()) output.text("[the rest is not shown]");
     }
     const Places places = placesIn(text);
     std::string lines;

@@ -78,7 +78,7 @@ Record asRecord(const ScheduledTask& task) {
 std::string asEntry(const ScheduledTask& task, const Calendar& calendar, Date now) {
   std::string detail = task.schedule.description() + "; " + task.toolID + " " + task.actionID;
   if (!task.isEnabled) detail += "; disabled";
-  if (task.hasCome(now)) detail += task.nextRun == now ? "; due now" : "; its time has passed";
+  if (task.hasCome(now)) detail += "; its time has come";
   return twoColumns(task.nextRun ? localText(*task.nextRun, calendar) : "never",
                     PasteGuard::oneLine(task.title), kTitleColumn) +
          wrapped(PasteGuard::oneLine(detail), kTitleColumn);

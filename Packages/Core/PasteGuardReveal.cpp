@@ -1,6 +1,7 @@
 #include <unicode/uchar.h>
 
 #include <algorithm>
+#include <array>
 
 #include "Base/Text.hpp"
 #include "Base/Utf8.hpp"
@@ -12,7 +13,8 @@ namespace molvane::PasteGuard {
 namespace {
 
 constexpr char32_t kOpening = 0x27E8;
-constexpr char32_t kBlankBraille = 0x2800;
+// What no property tells of: a blank braille pattern, a note without a head, blank hieroglyphs, a filler.
+constexpr std::array<char32_t, 5> kBlankSymbols = {0x2800, 0x1D159, 0x13441, 0x13442, 0x16FE4};
 
 bool holdsAsciiLetter(std::string_view text) {
   return std::any_of(text.begin(), text.end(),
@@ -67,8 +69,9 @@ bool isBlank(char32_t scalar) {
   const auto character = static_cast<UChar32>(scalar);
   const auto category = U_MASK(u_charType(character));
   constexpr auto kBlankCategories = U_GC_CC_MASK | U_GC_CF_MASK | U_GC_Z_MASK;
-  return (category & kBlankCategories) != 0 || scalar == kBlankBraille || U_IS_UNICODE_NONCHAR(character) ||
-         u_hasBinaryProperty(character, UCHAR_DEFAULT_IGNORABLE_CODE_POINT) != 0;
+  return (category & kBlankCategories) != 0 || U_IS_UNICODE_NONCHAR(character) ||
+         u_hasBinaryProperty(character, UCHAR_DEFAULT_IGNORABLE_CODE_POINT) != 0 ||
+         std::find(kBlankSymbols.begin(), kBlankSymbols.end(), scalar) != kBlankSymbols.end();
 }
 
 std::string notation(char32_t scalar) {

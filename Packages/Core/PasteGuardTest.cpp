@@ -161,7 +161,7 @@ TEST(PasteGuard, RevealsWhatIsHiddenAndNothingElse) {
   EXPECT_EQ(revealed("l\u0430\n\u0430"), "l⟨U+0430⟩⟨U+000A⟩\u0430");
   EXPECT_EQ(revealed("a\r\nb\tc"), "a⟨U+000D⟩⟨U+000A⟩b⟨U+0009⟩c");
   EXPECT_EQ(revealed("⟨U+202E⟩"), "⟨U+27E8⟩U+202E⟩");
-  EXPECT_EQ(revealed("\u00A0\u3164\U000E0041\u00E9 \u4E2D"), "⟨U+00A0⟩⟨U+3164⟩⟨U+E0041⟩\u00E9 \u4E2D");
+  EXPECT_EQ(revealed("\u00A0\u3164\U000E0041\u00E9 \U0001D159"), "⟨U+00A0⟩⟨U+3164⟩⟨U+E0041⟩\u00E9 ⟨U+1D159⟩");
   EXPECT_EQ(revealed("a\x80"), "a\uFFFD");
 }
 

@@ -38,17 +38,21 @@ struct RawDeviceRequest {
   enum class Access { read, write, readWrite };
 
   std::string path;            ///< the device's node
-  std::string diskName;        ///< the disk's own name, such as "disk4"
+  std::string diskName;        ///< the disk's own name, such as "disk4"; empty when it has none to go by
   std::int64_t sizeBytes = 0;  ///< what the disk is known to hold
   Access access = Access::read;
 };
 
 /// Opens a whole disk past the page cache. Throws std::system_error: EBUSY when it is to be written and a
 /// volume of it is mounted or something else holds it, ENOTBLK for what is no disk, ENODEV for a disk of
-/// another size than `sizeBytes`, which is not the one that was meant.
+/// another name than `diskName` or another size than `sizeBytes`, which is not the one that was meant.
 ///
 /// While a disk is open for writing nobody else can mount it or claim it, and the desktop is asked to leave
 /// it alone; other jobs of this process are not kept from it.
 [[nodiscard]] std::unique_ptr<RawDevice> openRawDevice(const RawDeviceRequest& request);
+
+/// Takes back what an earlier helper that was killed while it wrote has asked of the desktop. For a helper
+/// that starts, before its first disk; best effort.
+void forgetDisksOfEarlierHelper();
 
 }  // namespace molvane

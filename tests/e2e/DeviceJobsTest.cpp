@@ -85,12 +85,16 @@ TEST_F(DeviceJobs, HelperThatDiesIsToldOf) {
                   "write", "--yes", image, "disk7"},
                  kAnn);
   ASSERT_TRUE(eventually([] { return readFile("/Users/ann/events").find("running") != std::string::npos; }));
+  const fs::path marker = "/run/com.molvane.helper/writing/disk7";
+  EXPECT_TRUE(fs::exists(marker));
   // The one that dies can end only when the disk has answered its request.
   ::kill(helperProcess().value(), SIGKILL);
   disk.tell("");
   const Outcome outcome = client.wait();
   EXPECT_EQ(outcome.status, 3) << testing::PrintToString(outcome);
   EXPECT_THAT(outcome.err, testing::HasSubstr("The connection to the helper was lost."));
+  device({"status", "unknown"});
+  EXPECT_FALSE(fs::exists(marker)) << "the next helper takes back what this one has asked for";
 }
 
 TEST_F(DeviceJobs, PersonAtATerminalIsAskedAndSeesABar) {

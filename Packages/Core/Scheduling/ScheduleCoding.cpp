@@ -33,10 +33,16 @@ struct Payload {
 };
 
 void fromJson(const JsonValue& json, Payload& payload) {
-  const JsonObjectReader object(json);
+  const JsonObjectReader checked(json);
+  // Not asked for by their keys, each of which would be searched for from the first.
   for (const JsonValue::Member& member : *json.as<JsonValue::Object>()) {
     const auto [entry, isNew] = payload.values.try_emplace(member.key);
-    if (isNew) object.read(member.key, entry->second);
+    if (!isNew) continue;
+    try {
+      molvane::fromJson(member.value, entry->second);
+    } catch (const DecodingError& error) {
+      json::rethrowBelow(member.key, error);
+    }
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <set>
+#include <system_error>
 
 #include "Base/JsonCoding.hpp"
 #include "Platform/SafeFile.hpp"
@@ -13,6 +14,7 @@ namespace {
 constexpr std::int64_t kVersion = 1;
 constexpr const char* kCountKey = "scheduledTasks";
 constexpr const char* kVersionKey = "version";
+constexpr const char* kTooLarge = "it is too large";
 
 /// Takes line after line off the head of the bytes and knows the number of the last one.
 class Lines {
@@ -70,7 +72,7 @@ void appendLine(std::string& bytes, const std::string& line) {
 }  // namespace
 
 std::vector<ScheduledTask> decodedScheduleFile(std::string_view bytes) {
-  if (bytes.size() > kMaximumScheduleFileSize) throw BrokenScheduleFile("it is too large");
+  if (bytes.size() > kMaximumScheduleFileSize) throw BrokenScheduleFile(kTooLarge);
   Lines lines(bytes);
   const auto first = lines.next<FirstLine>();
   if (first.version != kVersion) lines.refuse("version " + std::to_string(first.version) + " is not known");
@@ -97,7 +99,13 @@ std::string encodedScheduleFile(const std::vector<std::shared_ptr<const Schedule
 }
 
 std::optional<std::vector<ScheduledTask>> readScheduleFile(const std::string& path) {
-  const std::optional<std::string> bytes = readSmallFile(path, kMaximumScheduleFileSize);
+  std::optional<std::string> bytes;
+  try {
+    bytes = readSmallFile(path, kMaximumScheduleFileSize);
+  } catch (const std::system_error& error) {
+    if (error.code() == std::errc::file_too_large) throw BrokenScheduleFile(kTooLarge);
+    throw;
+  }
   if (!bytes) return std::nullopt;
   return decodedScheduleFile(*bytes);
 }

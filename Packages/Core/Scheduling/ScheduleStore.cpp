@@ -1,9 +1,11 @@
 #include "Core/Scheduling/ScheduleStore.hpp"
 
 #include <algorithm>
+#include <cstdlib>
 #include <stdexcept>
 #include <utility>
 
+#include "Core/Scheduling/CalendarRange.hpp"
 #include "Core/Scheduling/ScheduleFile.hpp"
 #include "Platform/DirectoryHandle.hpp"
 #include "Platform/SafeFile.hpp"
@@ -28,17 +30,24 @@ auto find(Tasks& tasks, const Uuid& id) {
   return std::find_if(tasks.begin(), tasks.end(), [&id](const auto& task) { return task->id == id; });
 }
 
-FileDescriptor folderOf(const std::filesystem::path& file) {
-  return openFolder(file.has_parent_path() ? file.parent_path().string() : ".");
+/// The file that a path leads to from here, whether it exists or not: what a link points at is replaced, not
+/// the link, and the process may go to another folder.
+std::filesystem::path placeOf(const std::filesystem::path& file) {
+  constexpr int kMostLinks = 40;
+  std::filesystem::path place = std::filesystem::weakly_canonical(std::filesystem::absolute(file));
+  for (int i = 0; i < kMostLinks && std::filesystem::is_symlink(place); ++i)
+    place = std::filesystem::weakly_canonical(place.parent_path() / std::filesystem::read_symlink(place));
+  return place;
 }
+
+FileDescriptor folderOf(const std::filesystem::path& file) { return openFolder(file.parent_path()); }
 
 }  // namespace
 
 ScheduleStore::ScheduleStore(std::optional<std::filesystem::path> fileURL, Calendar calendar)
     : tasks_(std::make_shared<const Tasks>()), calendar_(std::move(calendar)) {
   if (!fileURL) return;
-  // Where a link leads to is what is replaced, not the link.
-  fileURL_ = std::filesystem::weakly_canonical(*fileURL);
+  fileURL_ = placeOf(*fileURL);
   load();
 }
 
@@ -68,15 +77,21 @@ void ScheduleStore::commit(Tasks tasks) {
   tasks_.swap(replacement);
 }
 
-void ScheduleStore::persist(const Tasks& tasks) const {
+void ScheduleStore::persist(const Tasks& tasks) {
   if (!fileURL_) return;
   constexpr mode_t kOwnerOnly = 0600;
-  replaceFile(folderOf(*fileURL_), fileURL_->filename().string(), encodedScheduleFile(tasks), kOwnerOnly);
+  const FileDescriptor folder = folderOf(*fileURL_);
+  const std::string name = fileURL_->filename().string();
+  // Not before a change is made: who only looks may do so beside a writer.
+  if (!std::exchange(tidied_, true)) removeAbandonedTemporaries(folder, name);
+  replaceFile(folder, name, encodedScheduleFile(tasks), kOwnerOnly);
 }
 
 std::vector<ScheduledTask> ScheduleStore::tasks() const {
   std::vector<ScheduledTask> all;
-  for (const auto& task : *snapshot()) all.push_back(*task);
+  // Held by a name: a temporary would be gone before the first turn of the loop.
+  const std::shared_ptr<const Tasks> tasks = snapshot();
+  for (const auto& task : *tasks) all.push_back(*task);
   return all;
 }
 
@@ -146,7 +161,8 @@ std::vector<ScheduledTask> ScheduleStore::skipMissed(Date now, double missedGrac
 }
 
 // Hours and minutes that do not lie within a day can take the schedule's answer before the moment. Then it is
-// asked again from as much further on.
+// asked again from as much further on. One that leads out of the calendar even so must not stop the other
+// tasks.
 Date ScheduleStore::runAfter(const Schedule& schedule, Date moment) const {
   constexpr int kMostQuestions = 8;
   Date asked = moment;
@@ -155,6 +171,7 @@ Date ScheduleStore::runAfter(const Schedule& schedule, Date moment) const {
     if (next > moment) return next;
     asked = later(asked, secondsBetween(next, moment) + kSecondsPerDay);
   }
+  if (std::abs(wholeUnixSeconds(moment)) < kCalendarLimit) return later(moment, kSecondsPerDay);
   throw std::out_of_range("no run can be computed for a moment outside the calendar");
 }
 

@@ -17,8 +17,8 @@ namespace molvane {
 /// Keeps the list of scheduled tasks, in memory and in a file, and says which are due.
 ///
 /// Any thread may use a store. Every change is written to the file before it can be seen: the call returns
-/// when it has reached the disk, and a call that throws has changed nothing. One process at a time may change
-/// a file.
+/// when it has reached the disk, and a call that throws has changed nothing; only when it fails to sync the
+/// folder, the file may be ahead until the next change. One process at a time may change a file.
 class ScheduleStore {
  public:
   /// A file that could not be understood, and the name under which it is kept.
@@ -30,9 +30,9 @@ class ScheduleStore {
   };
 
   /// Reads the tasks from the file at `fileURL`, if one is given and there is one; its folder must exist when
-  /// the first change is written. A file that is broken is renamed, never overwritten, and the store begins
-  /// empty; brokenFile() tells of it. Throws std::system_error when there is a file that cannot be read or
-  /// renamed.
+  /// the first change is written. A relative path is meant from the current folder of now, and a link is
+  /// followed. A file that is broken is renamed, never overwritten, and the store begins empty; brokenFile()
+  /// tells of it. Throws std::system_error when there is a file that cannot be read or renamed.
   ///
   /// New runs are computed with `calendar`.
   explicit ScheduleStore(std::optional<std::filesystem::path> fileURL = std::nullopt,
@@ -58,12 +58,13 @@ class ScheduleStore {
   [[nodiscard]] std::vector<ScheduledTask> due(Date now, double missedGrace) const EXCLUDES(lock_);
 
   /// Records that the task began to run at `at`, with what came of it if that is known, and moves its next
-  /// run on; false when there is none of that identifier.
+  /// run on; false when there is none of that identifier. Throws std::out_of_range for a time outside the
+  /// calendar's range, as skipMissed does.
   ///
   /// The next run afterwards is later than `at`. A run up to a minute ahead of the next run counts as that
   /// run, so that a clock set back between due and markRun does not make it run again; a run further ahead
   /// was one beside the schedule, and the next run does not come earlier for it. A task that had none gets
-  /// one.
+  /// one. Where a schedule's hours lead out of the calendar, the run is a day later.
   bool markRun(const Uuid& id, Date at, std::optional<RunOutcome> outcome) EXCLUDES(changing_, lock_);
 
   /// Passes over the runs that due leaves out at `now` for being late: moves the next run of those tasks to
@@ -76,7 +77,7 @@ class ScheduleStore {
   void load();
   [[nodiscard]] std::shared_ptr<const Tasks> snapshot() const EXCLUDES(lock_);
   void commit(Tasks tasks) REQUIRES(changing_) EXCLUDES(lock_);
-  void persist(const Tasks& tasks) const;
+  void persist(const Tasks& tasks) REQUIRES(changing_);
   [[nodiscard]] Date runAfter(const Schedule& schedule, Date moment) const;
 
   /// Held over a whole change and the writing of it, so that the file sees changes in their order.
@@ -85,6 +86,8 @@ class ScheduleStore {
   mutable Mutex lock_;
   std::shared_ptr<const Tasks> tasks_ GUARDED_BY(lock_);
   std::optional<std::filesystem::path> fileURL_;
+  /// Whether what killed writers left beside the file has been removed.
+  bool tidied_ GUARDED_BY(changing_) = false;
   Calendar calendar_;
   std::optional<BrokenFile> brokenFile_;
 };

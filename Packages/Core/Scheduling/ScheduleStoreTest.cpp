@@ -129,7 +129,8 @@ TEST_F(ScheduleStoreTest, ARunIsRecordedAndItsOccurrenceDoesNotComeAgain) {
 TEST_F(ScheduleStoreTest, NoScheduleMakesATaskRunAgainAtOnceOrGetLost) {
   for (const Schedule& schedule :
        {Schedule::daily(-30, 0), Schedule::daily(0, -100000), Schedule::weekly(2, -500, 0),
-        Schedule::daily(99, 0), Schedule::everyHours(0)}) {
+        Schedule::daily(99, 0), Schedule::daily(std::numeric_limits<std::int64_t>::min(), 0),
+        Schedule::everyHours(0)}) {
     ScheduledTask odd = task("odd", kNine);
     odd.schedule = schedule;
     store.upsert(odd);
@@ -170,6 +171,17 @@ TEST_F(ScheduleStoreTest, TasksSurviveInTheFile) {
   fs::create_symlink(file, folder.path() + "/link");
   ScheduleStore(folder.path() + "/link", Calendar(TimeZone::utc())).remove(first.id);
   EXPECT_THAT(open().tasks(), ElementsAre(second));
+  fs::remove(file);
+  ScheduleStore(folder.path() + "/link", Calendar(TimeZone::utc())).upsert(first);
+  EXPECT_THAT(open().tasks(), ElementsAre(first));
+
+  const fs::path before = fs::current_path();
+  fs::remove(file);
+  fs::current_path(folder.path());
+  ScheduleStore relative(file.filename(), Calendar(TimeZone::utc()));
+  fs::current_path(before);
+  relative.upsert(second);
+  EXPECT_THAT(open().tasks(), ElementsAre(second));
 }
 
 TEST_F(ScheduleStoreTest, ABrokenFileIsKeptAsideAndToldOf) {
@@ -207,7 +219,9 @@ TEST_F(ScheduleStoreTest, ABrokenFileIsKeptAsideAndToldOf) {
     EXPECT_EQ(names().size(), ++count + 1);
     EXPECT_EQ(titles(open().tasks()), std::vector<std::string>{"new"});
   }
-  fs::remove(file);
+  write("");
+  fs::resize_file(file, kMaximumScheduleFileSize + 1);
+  EXPECT_TRUE(open().brokenFile());
   fs::create_directory(file);
   EXPECT_THROW((void)open(), std::system_error);
 }
@@ -267,6 +281,9 @@ TEST_F(ScheduleStoreTest, AProcessKilledAtAnyMomentLosesNothingThatWasAdded) {
     ASSERT_LE(found, added + 1);  // written, and killed before it could say so
     added = found;
   }
+  std::ofstream(folder.path() + "/.tasks.jsonl.abcdefghijkl") << "half";
+  open().upsert(task("task", kNine));
+  EXPECT_THAT(names(), ElementsAre("tasks.jsonl"));
 }
 
 TEST_F(ScheduleStoreTest, ThreadsSeeWholeLists) {
@@ -280,6 +297,7 @@ TEST_F(ScheduleStoreTest, ThreadsSeeWholeLists) {
         const ScheduledTask added = task("task", kNine);
         shared.upsert(added);
         (void)shared.due(kNine, kGrace);
+        for (const ScheduledTask& each : shared.tasks()) EXPECT_EQ(each.title, "task");
         shared.markRun(added.id, kNine, std::nullopt);
         (void)shared.skipMissed(later(kNine, kDay), kGrace);
       }

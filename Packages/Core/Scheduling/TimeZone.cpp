@@ -4,14 +4,15 @@
 #include <array>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <map>
+#include <system_error>
 #include <utility>
 
 #include "Base/Mutex.hpp"
 #include "Core/Scheduling/CalendarRange.hpp"
 #include "Core/Scheduling/TimeZoneRules.hpp"
+#include "Platform/SafeFile.hpp"
 
 namespace molvane {
 
@@ -20,18 +21,19 @@ namespace {
 using Rules = std::shared_ptr<const TimeZoneRules>;
 
 constexpr std::string_view kZoneFolder = "/usr/share/zoneinfo/";
-constexpr const char* kSystemZone = "/etc/localtime";
+constexpr std::string_view kSystemZone = "/etc/localtime";
 
-/// The whole file; nothing when there is none, or none that is as small as time-zone files are.
-std::optional<std::string> readZoneFile(const std::string& path) {
+/// The rules in that file; nullptr when it cannot be read or is larger than time-zone files are.
+Rules rulesInFile(const std::string& path) {
   constexpr std::size_t kMostBytes = 1U << 20U;
-  std::ifstream file(path, std::ios::binary);
-  std::string bytes(kMostBytes, '\0');
-  file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  const auto count = static_cast<std::size_t>(file.gcount());
-  if (count == 0 || count == kMostBytes) return std::nullopt;
-  bytes.resize(count);
-  return bytes;
+  std::optional<std::string> bytes;
+  try {
+    bytes = readSmallFile(path, kMostBytes);
+  } catch (const std::system_error&) {
+    return nullptr;
+  }
+  if (!bytes) return nullptr;
+  return std::make_shared<const TimeZoneRules>(TimeZoneRules::fromZoneInfo(*bytes));
 }
 
 /// Whether the name can be that of a zone and leads nowhere outside the zones' folder.
@@ -47,16 +49,20 @@ bool isZoneName(std::string_view name) {
 class LoadedZones {
  public:
   Rules rules(std::string_view name) EXCLUDES(mutex_) {
+    if (Rules known = find(name)) return known;
+    Rules read = rulesInFile(std::string(kZoneFolder).append(name));
+    if (!read) return nullptr;
     const MutexLock lock(mutex_);
-    const auto known = rules_.find(name);
-    if (known != rules_.end()) return known->second;
-    const std::optional<std::string> bytes = readZoneFile(std::string(kZoneFolder).append(name));
-    if (!bytes) return nullptr;
-    return rules_.emplace(name, std::make_shared<const TimeZoneRules>(TimeZoneRules::fromZoneInfo(*bytes)))
-        .first->second;
+    return rules_.emplace(name, std::move(read)).first->second;
   }
 
  private:
+  Rules find(std::string_view name) EXCLUDES(mutex_) {
+    const MutexLock lock(mutex_);
+    const auto known = rules_.find(name);
+    return known == rules_.end() ? nullptr : known->second;
+  }
+
   Mutex mutex_;
   std::map<std::string, Rules, std::less<>> rules_ GUARDED_BY(mutex_);
 };
@@ -69,7 +75,8 @@ Rules loadedRules(std::string_view name) {
 /// The name that the system's zone file is a link to; empty when it is none.
 std::string linkedZoneName() {
   std::error_code ignored;
-  const std::string target = std::filesystem::read_symlink(kSystemZone, ignored).string();
+  const std::string target =
+      std::filesystem::read_symlink(std::filesystem::path(kSystemZone), ignored).string();
   constexpr std::string_view kFolderName = "/zoneinfo/";
   const std::size_t at = target.find(kFolderName);
   return at == std::string::npos ? std::string() : target.substr(at + kFolderName.size());
@@ -95,16 +102,14 @@ TimeZone TimeZone::utc() {
 
 TimeZone TimeZone::current() {
   const char* const variable = std::getenv("TZ");  // NOLINT(concurrency-mt-unsafe): read only
-  if (variable == nullptr) {
-    if (std::optional<TimeZone> linked = named(linkedZoneName())) return *linked;
-    const std::optional<std::string> bytes = readZoneFile(kSystemZone);
-    if (!bytes) return utc();
-    return {"localtime", std::make_shared<const TimeZoneRules>(TimeZoneRules::fromZoneInfo(*bytes))};
+  std::string_view choice = variable != nullptr ? variable : kSystemZone;
+  if (choice.starts_with(':')) choice.remove_prefix(1);
+  if (choice.starts_with(kZoneFolder)) choice.remove_prefix(kZoneFolder.size());
+  if (std::optional<TimeZone> zone = named(choice == kSystemZone ? linkedZoneName() : choice)) return *zone;
+  if (choice.starts_with('/')) {
+    Rules rules = rulesInFile(std::string(choice));
+    return rules ? TimeZone(std::string(choice), std::move(rules)) : utc();
   }
-  std::string_view choice = variable;
-  if (!choice.empty() && choice.front() == ':') choice.remove_prefix(1);
-  if (choice.substr(0, kZoneFolder.size()) == kZoneFolder) choice.remove_prefix(kZoneFolder.size());
-  if (std::optional<TimeZone> zone = named(choice)) return *zone;
   const std::optional<PosixTimeZone> rule = PosixTimeZone::parse(choice);
   if (!rule) return utc();
   return {std::string(choice), std::make_shared<const TimeZoneRules>(

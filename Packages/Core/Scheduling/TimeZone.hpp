@@ -22,13 +22,14 @@ class TimeZone {
   /// std::runtime_error when its data cannot be used.
   [[nodiscard]] static std::optional<TimeZone> named(std::string_view identifier);
 
-  /// The zone that the person has chosen: by the variable TZ, as a name or as a rule, or else for the whole
-  /// system. UTC when neither can be read. Looks anew at each call.
+  /// The zone that the person has chosen: by the variable TZ, as a name, a file or a rule, or else for the
+  /// whole system. UTC when TZ says nothing that is known, or the system has chosen none. Looks anew at each
+  /// call. Throws as named() does.
   [[nodiscard]] static TimeZone current();
 
   [[nodiscard]] static TimeZone utc();
 
-  /// The name, or what TZ says for a zone that has none.
+  /// The name; for a zone that has none, its file or the rule that TZ gives.
   [[nodiscard]] const std::string& identifier() const noexcept { return *identifier_; }
 
   /// Seconds east of UTC at that moment. Moments further than 30,000 years from 1970 count as the last ones

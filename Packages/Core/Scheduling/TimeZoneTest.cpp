@@ -13,6 +13,7 @@
 
 #include "Core/Scheduling/PosixTimeZone.hpp"
 #include "Core/Scheduling/TimeZoneRules.hpp"
+#include "Platform/testing/TemporaryFolder.hpp"
 
 namespace molvane {
 namespace {
@@ -144,6 +145,14 @@ TEST(TimeZone, CurrentIsWhatThePersonChose) {
   EXPECT_EQ(chosen("Asia/Tehran"), *TimeZone::named("Asia/Tehran"));
   EXPECT_EQ(chosen(":Asia/Tehran"), *TimeZone::named("Asia/Tehran"));
   EXPECT_EQ(chosen("/usr/share/zoneinfo/Asia/Tehran"), *TimeZone::named("Asia/Tehran"));
+  const TemporaryFolder folder;
+  const std::string file = folder.path() + "/zone";
+  std::ofstream(file, std::ios::binary) << zoneFile("Asia/Tehran");
+  EXPECT_EQ(chosen((":" + file).c_str()).identifier(), file);
+  EXPECT_EQ(chosen(file.c_str()).rules().offsetAt(1700000000), 12600);
+  EXPECT_EQ(chosen(folder.path().c_str()), TimeZone::utc());
+  std::ofstream(file, std::ios::binary) << "no zone";
+  EXPECT_THROW((void)chosen(file.c_str()), std::runtime_error);
   EXPECT_EQ(chosen(""), TimeZone::utc());
   EXPECT_EQ(chosen("Nowhere/Land"), TimeZone::utc());
 }

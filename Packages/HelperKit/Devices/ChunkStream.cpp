@@ -6,21 +6,20 @@
 
 namespace molvane {
 
-ChunkStream::ChunkStream(const ChunkBuffer& buffer, Source source)
-    : buffer_(buffer), source_(std::move(source)), hashing_([this] { hash(); }, Thread::kSmallStack) {
+ChunkStream::ChunkStream(const ChunkBuffer& buffer, Source source, Sha256* hasher)
+    : buffer_(buffer), source_(std::move(source)), hasher_(hasher) {
   try {
+    if (hasher_ != nullptr) hashing_ = Thread([this] { hash(); }, Thread::kSmallStack);
     reading_ = Thread([this] { read(); }, Thread::kSmallStack);
   } catch (...) {
-    {
-      const MutexLock lock(mutex_);
-      stopping_ = true;
-    }
-    changed_.notify_all();
+    stop();
     throw;
   }
 }
 
-ChunkStream::~ChunkStream() {
+ChunkStream::~ChunkStream() { stop(); }
+
+void ChunkStream::stop() {
   {
     const MutexLock lock(mutex_);
     stopping_ = true;
@@ -28,7 +27,10 @@ ChunkStream::~ChunkStream() {
   changed_.notify_all();
 }
 
-bool ChunkStream::hasRoom() const { return read_ - std::min(hashed_, givenUp_) < ChunkBuffer::kChunks; }
+bool ChunkStream::hasRoom() const {
+  const std::uint64_t done = hasher_ == nullptr ? givenUp_ : std::min(hashed_, givenUp_);
+  return read_ - done < ChunkBuffer::kChunks;
+}
 
 void ChunkStream::rethrowFailure() const {
   if (failure_) std::rethrow_exception(failure_);
@@ -71,7 +73,7 @@ void ChunkStream::hash() {
     }
     std::exception_ptr failure;
     try {
-      hasher_.update(buffer_.chunk(number).data(), count);
+      hasher_->update(buffer_.chunk(number).data(), count);
     } catch (...) {
       failure = std::current_exception();
     }
@@ -99,17 +101,15 @@ ChunkStream::Chunk ChunkStream::next() {
   return chunk;
 }
 
-Sha256Digest ChunkStream::digest() {
+void ChunkStream::finish() {
   {
     const MutexLock lock(mutex_);
-    while (hashed_ < given_ && !failure_) changed_.wait(mutex_);
+    while (hasher_ != nullptr && hashed_ < given_ && !failure_) changed_.wait(mutex_);
     rethrowFailure();
-    stopping_ = true;
   }
-  changed_.notify_all();
+  stop();
   reading_.join();
   hashing_.join();
-  return hasher_.finish();
 }
 
 }  // namespace molvane

@@ -39,9 +39,9 @@ struct ChunkRead {
   std::int64_t badBlocks = 0;  ///< blocks that could not be read, in all chunks so far
 };
 
-/// One pass over an image or a disk: chunk after chunk is read ahead on a thread of its own and hashed on
-/// another, while the caller does with the chunks before what it has to. All chunks reach the caller in
-/// order, and what goes wrong with one after all that came before.
+/// One pass over an image or a disk: chunk after chunk is read ahead on a thread of its own and, where they
+/// are to be hashed, hashed on another, while the caller does with the chunks before what it has to. All
+/// chunks reach the caller in order, and what goes wrong with one after all that came before.
 ///
 /// One thread uses an object. The destructor waits for the request that the source is in.
 class ChunkStream {
@@ -55,9 +55,9 @@ class ChunkStream {
     std::span<std::byte> memory;
   };
 
-  /// Begins to read. Throws std::system_error (EAGAIN) when there are no threads to be had. `buffer` outlives
-  /// the stream.
-  ChunkStream(const ChunkBuffer& buffer, Source source);
+  /// Begins to read, and to feed `hasher` unless it is null. Throws std::system_error (EAGAIN) when there are
+  /// no threads to be had. `buffer` and `hasher` outlive the stream.
+  ChunkStream(const ChunkBuffer& buffer, Source source, Sha256* hasher = nullptr);
   ~ChunkStream();
   ChunkStream(const ChunkStream&) = delete;
   ChunkStream& operator=(const ChunkStream&) = delete;
@@ -66,18 +66,20 @@ class ChunkStream {
   /// Throws what the source threw.
   Chunk next();
 
-  /// Waits until all chunks that next() gave are hashed and returns their digest. Ends the stream.
-  [[nodiscard]] Sha256Digest digest();
+  /// Waits until all chunks that next() gave are hashed and ends the stream: the hasher is the caller's
+  /// again.
+  void finish();
 
  private:
   void read();
   void hash();
+  void stop();
   [[nodiscard]] bool hasRoom() const REQUIRES(mutex_);
   void rethrowFailure() const REQUIRES(mutex_);
 
   const ChunkBuffer& buffer_;
   const Source source_;
-  Sha256 hasher_;  // the hashing thread's until it is joined
+  Sha256* const hasher_;  // the hashing thread's until it is joined
 
   Mutex mutex_;
   Condition changed_;

@@ -1,6 +1,7 @@
 #include "HelperKit/Devices/DeviceJobRunner.hpp"
 
 #include <exception>
+#include <limits>
 #include <system_error>
 #include <utility>
 #include <variant>
@@ -12,6 +13,8 @@ namespace molvane {
 namespace {
 
 constexpr const char* kTmutil = "/usr/bin/tmutil";
+// No user has it: whoever gives a file to it leaves the file as it is, the helper's.
+constexpr std::uint32_t kNoUser = std::numeric_limits<std::uint32_t>::max();
 
 // What leaves the work is the system giving out under it.
 void runToEnd(DeviceJob& job, const std::function<void(DeviceJob&)>& work) {
@@ -65,7 +68,7 @@ DeviceJobRunner::Planned DeviceJobRunner::plan(const DevicePolicy& policy, const
   const DeviceFacts facts = policy.validateSourceDevice(job.sourceBSD);
   const ImageWork work{.facts = facts,
                        .destination = policy.validateImageDestination(job.destinationPath),
-                       .ownerUID = job.ownerUID == 0 ? peerUID : job.ownerUID};
+                       .ownerUID = job.ownerUID == 0 || job.ownerUID == kNoUser ? peerUID : job.ownerUID};
   return {facts.sizeBytes, [this, work](DeviceJob& running) { runImage(running, openDevice_, work); }};
 }
 
@@ -95,19 +98,20 @@ DeviceJobRunner::Planned DeviceJobRunner::plan(const DevicePolicy& policy,
 
 void DeviceJobRunner::launch(const std::string& id, const Work& work) {
   const auto isOver = std::make_shared<std::atomic<bool>>(false);
-  Running running{Thread([this, id, work, isOver] {
-                    DeviceJob job(table_, id);
-                    runToEnd(job, work);
-                    *isOver = true;
-                  }),
-                  isOver};
+  std::list<Running> started(1);  // made before the thread begins: nothing may fail afterwards
+  started.front().isOver = isOver;
+  started.front().thread = Thread([this, id, work, isOver] {
+    DeviceJob job(table_, id);
+    runToEnd(job, work);
+    *isOver = true;
+  });
   std::list<Running> over;  // their threads are joined after the lock is given back
   const MutexLock lock(mutex_);
   for (auto next = running_.begin(); next != running_.end();) {
     const auto current = next++;
     if (*current->isOver) over.splice(over.end(), running_, current);
   }
-  running_.push_back(std::move(running));
+  running_.splice(running_.end(), started);
 }
 
 }  // namespace molvane

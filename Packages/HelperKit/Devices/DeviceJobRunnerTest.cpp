@@ -116,8 +116,8 @@ TEST_F(DeviceJobRunnerTest, RunsAJobAndKeepsItsStatus) {
   EXPECT_NE(other, id);
   EXPECT_EQ(runner_->status(other)->bytesTotal, kSize);
   EXPECT_EQ(ended(other).phase, Phase::finished);
-  const std::string third = runner_->start(copy("b.img"), kPeer);
-  EXPECT_EQ(ended(third).phase, Phase::finished);
+  EXPECT_EQ(ended(runner_->start(copy("b.img"), kPeer)).phase, Phase::finished);
+  EXPECT_EQ(ended(runner_->start(copy("c.img", 4294967295), kPeer)).phase, Phase::finished);
   EXPECT_EQ(runner_->status(id), status);
   EXPECT_EQ(runner_->status("no such job"), std::nullopt);
   EXPECT_FALSE(runner_->cancel("no such job"));
@@ -125,8 +125,10 @@ TEST_F(DeviceJobRunnerTest, RunsAJobAndKeepsItsStatus) {
   struct stat file {};
   ASSERT_EQ(stat((folder_.path() + "/a.img").c_str(), &file), 0);
   EXPECT_EQ(file.st_uid, 502U);
-  ASSERT_EQ(stat((folder_.path() + "/b.img").c_str(), &file), 0);
-  EXPECT_EQ(file.st_uid, kPeer);
+  for (const std::string name : {"/b.img", "/c.img"}) {
+    ASSERT_EQ(stat((folder_.path() + name).c_str(), &file), 0);
+    EXPECT_EQ(file.st_uid, kPeer) << name;
+  }
 }
 
 TEST_F(DeviceJobRunnerTest, CancelsOnceForEveryRequestUntilTheJobHasEnded) {

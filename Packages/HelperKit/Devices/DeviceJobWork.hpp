@@ -54,7 +54,8 @@ struct ToolLimits {
 };
 
 /// Runs an installer's tool over a volume. Its output is logged as it comes. To stop it is to send it
-/// SIGTERM, again and again until it is gone: the job ends with the tool and not before.
+/// SIGTERM, again and again until it is gone: the job ends with the tool and not before. A job that is to
+/// stop already does not begin.
 void runInstallMedia(DeviceJob& job, const std::string& tool, const std::string& volume,
                      const ToolLimits& limits = {});
 

@@ -100,10 +100,7 @@ DeviceFacts DevicePolicy::validateTargetDevice(const std::string& bsdName) const
 
 std::string DevicePolicy::validateImageDestination(const std::string& path) const {
   std::string standard = standardized(path, Case::badDestination);
-  const bool inAllowedPlace =
-      std::any_of(kDestinationPlaces.begin(), kDestinationPlaces.end(),
-                  [&](std::string_view place) { return startsWith(standard, place); });
-  if (!inAllowedPlace || !hasExtension(standard, kImageDestinationExtensions) || goesUp(standard) ||
+  if (placeOf(standard).empty() || !hasExtension(standard, kImageDestinationExtensions) || goesUp(standard) ||
       !fileManager->isDirectory(deletingLastPathComponent(standard))) {
     throw DevicePolicyError(Case::badDestination, path);
   }

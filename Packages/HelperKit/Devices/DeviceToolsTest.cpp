@@ -23,22 +23,28 @@ const std::string kMediaLine = "$ createinstallmedia --volume /Volumes/USB --noi
 
 class DeviceToolsTest : public ::testing::Test {
  protected:
-  DeviceToolsTest() { table_.add("job", {}); }
+  DeviceToolsTest() { table_.add(id_, {}); }
   void TearDown() override {
     EXPECT_TRUE(LeftoverProcesses::shared().waitUntilNone(std::chrono::steady_clock::now() + 60s));
     EXPECT_FALSE(testing::hasUnreapedChildren());
   }
 
+  // One that was cancelled stays so.
+  void anotherJob() {
+    id_ += "'";
+    table_.add(id_, {});
+  }
+
   DeviceJobStatus media(const std::string& commands, const ToolLimits& limits = kShort) {
-    DeviceJob job(table_, "job");
+    DeviceJob job(table_, id_);
     runInstallMedia(job, tools_.addScript("createinstallmedia", commands), "/Volumes/USB", limits);
-    return table_.status("job").value();
+    return table_.status(id_).value();
   }
 
   DeviceJobStatus fixed(const std::string& commands) {
-    DeviceJob job(table_, "job");
+    DeviceJob job(table_, id_);
     runFixedTool(job, tools_.addScript("tmutil", commands), {"setdestination", "/Volumes/My Backup"}, kShort);
-    return table_.status("job").value();
+    return table_.status(id_).value();
   }
 
   // Waits until the log holds `text`, then does it. The log is what a client would look at.
@@ -46,7 +52,7 @@ class DeviceToolsTest : public ::testing::Test {
     return Thread([this, text, action = std::move(action)] {
       const auto deadline = std::chrono::steady_clock::now() + 60s;
       while (std::chrono::steady_clock::now() < deadline) {
-        if (table_.status("job")->log.find(text) != std::string::npos) return action();
+        if (table_.status(id_)->log.find(text) != std::string::npos) return action();
         std::this_thread::yield();
       }
       ADD_FAILURE() << "never logged: " << text;
@@ -55,6 +61,7 @@ class DeviceToolsTest : public ::testing::Test {
 
   testing::ToolFolder tools_;
   DeviceJobTable table_;
+  std::string id_ = "job";
 };
 
 TEST_F(DeviceToolsTest, InstallMediaLogsWhatTheToolWritesAsItComes) {
@@ -63,9 +70,9 @@ TEST_F(DeviceToolsTest, InstallMediaLogsWhatTheToolWritesAsItComes) {
                 .phase = Phase::finished,
                 .log = kMediaLine + "3 --volume /Volumes/USB --nointeraction\nwarning\nno inputDone.\n"}));
   // The tool goes on only when its first words were seen.
+  anotherJob();
   const std::string flag = tools_.path("flag");
   const Thread waiter = onceLogged("Copying: 10%", [&] { std::ofstream{flag}; });
-  table_.add("job", {});
   EXPECT_EQ(
       media("printf 'Copying: 10%%...'; while [ ! -e " + flag + " ]; do sleep 0.01; done; echo 100%").log,
       kMediaLine + "Copying: 10%...100%\nDone.\n");
@@ -76,14 +83,14 @@ TEST_F(DeviceToolsTest, InstallMediaFailsWithTheToolsStatus) {
             (DeviceJobStatus{.phase = Phase::failed,
                              .log = kMediaLine + "no\ncreateinstallmedia exited 7\n",
                              .error = "createinstallmedia exited 7"}));
-  DeviceJob job(table_, "job");
+  DeviceJob job(table_, id_);
   runInstallMedia(job, tools_.path("missing"), "/Volumes/USB", kShort);
-  EXPECT_EQ(table_.status("job")->error, "The operation couldn’t be completed. No such file or directory");
+  EXPECT_EQ(table_.status(id_)->error, "The operation couldn’t be completed. No such file or directory");
 }
 
 TEST_F(DeviceToolsTest, KeepsTheLogValidAndBounded) {
   EXPECT_THAT(media("printf 'a\\377b\\342\\202'").log, EndsWith("a\uFFFDb\uFFFDDone.\n"));
-  table_.add("job", {});
+  anotherJob();
   const DeviceJobStatus flooded = media("yes 0123456789abcdef | head -c 3000000; exit 3");
   EXPECT_THAT(flooded.log, EndsWith("\n[output cut after 4 KiB]\ncreateinstallmedia exited 3\n"));
   EXPECT_LT(flooded.log.size(), 4096 + 200);
@@ -99,13 +106,20 @@ TEST_F(DeviceToolsTest, KeepsTheLogValidAndBounded) {
 }
 
 TEST_F(DeviceToolsTest, CancellingInstallMediaEndsTheTool) {
-  const Thread canceller = onceLogged("ready", [this] { EXPECT_TRUE(table_.cancel("job")); });
-  EXPECT_EQ(media("trap 'exit 5' TERM; echo ready; while :; do sleep 0.01; done"),
-            (DeviceJobStatus{.phase = Phase::cancelled, .log = kMediaLine + "ready\n"}));
+  for (const std::string trap : {"trap 'exit 0' TERM", "trap 'exit 5' TERM", ":"}) {
+    const Thread canceller = onceLogged("ready", [this] { EXPECT_TRUE(table_.cancel(id_)); });
+    EXPECT_EQ(media(trap + "; echo ready; while :; do sleep 0.01; done"),
+              (DeviceJobStatus{.phase = Phase::cancelled, .log = kMediaLine + "ready\n"}));
+    anotherJob();
+  }
+  EXPECT_TRUE(table_.cancel(id_));
+  EXPECT_EQ(media("touch " + tools_.path("erased")),
+            (DeviceJobStatus{.phase = Phase::cancelled, .log = kMediaLine}));
+  EXPECT_FALSE(std::ifstream(tools_.path("erased")).good()) << "what is cancelled before it begins does not";
 }
 
 TEST_F(DeviceToolsTest, WaitsForAToolThatIgnoresBeingCancelled) {
-  const Thread canceller = onceLogged("ready", [this] { table_.cancel("job"); });
+  const Thread canceller = onceLogged("ready", [this] { table_.cancel(id_); });
   const DeviceJobStatus status =
       media("trap 'touch " + tools_.path("asked") + "' TERM; echo ready; while [ ! -e " +
             tools_.path("asked") + " ]; do sleep 0.01; done; echo finished anyway");
@@ -134,10 +148,10 @@ TEST_F(DeviceToolsTest, AFixedToolRunsToItsEndAndIsQuotedWhenItFails) {
                              .log = line + "2:setdestination:/Volumes/My Backup\nDone.\n"}));
   const std::string message = "tmutil exited 80: too\nsmall \uFFFD";
   EXPECT_EQ(fixed("printf '\\n too\\nsmall \\377 \\n'; exit 80").error, message);
-  EXPECT_THAT(table_.status("job")->log, EndsWith("\n too\nsmall \uFFFD \n" + message + "\n"));
+  EXPECT_THAT(table_.status(id_)->log, EndsWith("\n too\nsmall \uFFFD \n" + message + "\n"));
 
-  table_.add("job", {});
-  table_.cancel("job");
+  anotherJob();
+  table_.cancel(id_);
   EXPECT_EQ(fixed("echo set").phase, Phase::finished);
 }
 

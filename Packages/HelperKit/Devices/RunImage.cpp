@@ -152,7 +152,8 @@ JobEnd copyDisk(DeviceJob& job, RawDevice& device, const DeviceFacts& facts, New
   };
 
   const ChunkBuffer buffer;
-  ChunkStream disk(buffer, DiskReader(job, device, facts, isOver));
+  Sha256 hasher;
+  ChunkStream disk(buffer, DiskReader(job, device, facts, isOver), &hasher);
   std::int64_t offset = 0;
   std::int64_t badBlocks = 0;
   while (offset < facts.sizeBytes) {
@@ -168,7 +169,8 @@ JobEnd copyDisk(DeviceJob& job, RawDevice& device, const DeviceFacts& facts, New
       status.badBlocks = badBlocks;
     });
   }
-  const std::string digest = hexText(disk.digest());
+  disk.finish();
+  const std::string digest = hexText(hasher.finish());
   if (const int error = image.sync()) return writeFailed(error);
   return {
       Phase::finished,

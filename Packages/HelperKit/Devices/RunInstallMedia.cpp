@@ -49,6 +49,8 @@ std::optional<int> follow(ChildProcess& tool, DeviceJob& job, const ToolLimits& 
 
 JobEnd makeInstallMedia(DeviceJob& job, const std::string& tool, const std::string& volume,
                         const ToolLimits& limits) {
+  // The tool begins with erasing.
+  if (job.isToStop()) return JobEnd::cancelled();
   std::optional<ChildProcess> process;
   try {
     process.emplace(ChildProcess::Options{

@@ -4,10 +4,13 @@
 #include <cerrno>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include "Base/NSError.hpp"
+#include "Base/Poly1305.hpp"
 #include "HelperKit/Devices/ChunkStream.hpp"
 #include "HelperKit/Devices/DeviceJobWork.hpp"
+#include "Platform/SecureRandom.hpp"
 #include "Platform/StreamedFile.hpp"
 
 namespace molvane {
@@ -28,6 +31,15 @@ FileDescriptor openImage(const WriteWork& work) {
   return image;
 }
 
+Poly1305::Key randomKey() {
+  Poly1305::Key key{};
+  const std::vector<std::uint8_t> bytes = secureRandomBytes(key.size());
+  std::copy(bytes.begin(), bytes.end(), key.begin());
+  return key;
+}
+
+// Both passes are tagged under a key of this job's own, which no disk can know. SHA-256, which bounds how
+// fast an image can be written, is left for the one thing that needs it: the digest that the person is told.
 class WriteRun {
  public:
   WriteRun(DeviceJob& job, const WriteWork& work, const FileDescriptor& image, RawDevice& device)
@@ -39,7 +51,7 @@ class WriteRun {
         chunkSize_(wholeBlocks(ChunkBuffer::kChunkSize, blockSize_)) {}
 
   JobEnd run() {
-    const std::optional<std::string> written = write();
+    const std::optional<Written> written = write();
     if (!written) return *end_;
     if (work_.verify) {
       job_.update([](DeviceJobStatus& status) {
@@ -47,22 +59,30 @@ class WriteRun {
         status.bytesDone = 0;
         status.log += "Verifying…\n";
       });
-      const std::optional<std::string> found = readBack();
+      const std::optional<Poly1305::Tag> found = readBack();
       if (!found) return *end_;
-      if (*found != *written) {
+      if (*found != written->tag) {
         return JobEnd::failed("Verification failed: device content differs from the image.");
       }
       job_.update([](DeviceJobStatus& status) { status.log += "Verified.\n"; });
     }
-    return {Phase::finished, "Done. SHA-256 " + *written + "\n", *written};
+    return {Phase::finished, "Done. SHA-256 " + written->digest + "\n", written->digest};
   }
 
  private:
-  // The digest of what was written; nothing when the job ends here.
-  std::optional<std::string> write() {
-    ChunkStream image(buffer_, [this, offset = std::int64_t{0}](std::span<std::byte> chunk) mutable {
+  struct Written {
+    std::string digest;
+    Poly1305::Tag tag;
+  };
+
+  // What was written; nothing when the job ends here.
+  std::optional<Written> write() {
+    Sha256 hasher;
+    Poly1305 mac(key_);
+    const auto source = [this, offset = std::int64_t{0}](std::span<std::byte> chunk) mutable {
       return readImage(chunk, offset);
-    });
+    };
+    ChunkStream image(buffer_, source, &hasher);
     std::int64_t offset = 0;
     while (offset < work_.size) {
       if (job_.isToStop()) return cancelled();
@@ -74,15 +94,18 @@ class WriteRun {
       if (const int error = writeWhole(padded, offset)) {
         return failed("Device write failed: " + reasonText(error));
       }
+      if (work_.verify) mac.update(chunk.memory.first(chunk.count));
       offset += static_cast<std::int64_t>(chunk.count);
       job_.update([offset](DeviceJobStatus& status) { status.bytesDone = offset; });
     }
     if (const int error = device_.sync()) return failed("Device write failed: " + reasonText(error));
-    return hexText(image.digest());
+    image.finish();
+    return Written{hexText(hasher.finish()), mac.finish()};
   }
 
-  // The digest of what the device holds; nothing when the job ends here.
-  std::optional<std::string> readBack() {
+  // The tag of what the device holds; nothing when the job ends here.
+  std::optional<Poly1305::Tag> readBack() {
+    Poly1305 mac(key_);
     ChunkStream device(buffer_, [this, offset = std::int64_t{0}](std::span<std::byte> chunk) mutable {
       return readDevice(chunk, offset);
     });
@@ -91,10 +114,11 @@ class WriteRun {
       if (job_.isToStop()) return cancelled();
       const ChunkStream::Chunk chunk = device.next();
       if (chunk.error != 0) return failed("Verify read failed: " + reasonText(chunk.error));
+      mac.update(chunk.memory.first(chunk.count));
       offset += wantedAt(offset);
       job_.update([offset](DeviceJobStatus& status) { status.bytesDone = offset; });
     }
-    return hexText(device.digest());
+    return mac.finish();
   }
 
   ChunkRead readImage(std::span<std::byte> chunk, std::int64_t& offset) const {
@@ -151,6 +175,7 @@ class WriteRun {
   const std::size_t blockSize_;
   const std::size_t chunkSize_;
   const ChunkBuffer buffer_;
+  const Poly1305::Key key_ = randomKey();
   std::optional<JobEnd> end_;  // why a pass came to nothing
 };
 

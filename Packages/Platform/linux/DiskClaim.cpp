@@ -4,7 +4,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <map>
+#include <system_error>
 #include <utility>
 
 #include "Base/Mutex.hpp"
@@ -12,6 +14,7 @@
 #include "Platform/FileDescriptor.hpp"
 #include "Platform/Log.hpp"
 #include "Platform/ProcessDirectories.hpp"
+#include "Platform/RawDevice.hpp"
 
 namespace molvane {
 namespace {
@@ -34,9 +37,11 @@ ClaimedDisks& claimedDisks() {
   return all;
 }
 
+std::string markerFolder() { return temporaryDirectory() + "/writing"; }
+
 std::string placeMarker(const std::string& diskName) {
   if (diskName.empty() || diskName.front() == '.' || diskName.find('/') != std::string::npos) return "";
-  const std::string folder = temporaryDirectory() + "/writing";
+  const std::string folder = markerFolder();
   std::string marker = folder + "/" + diskName;
   ::mkdir(folder.c_str(), 0755);
   const FileDescriptor file(::open(marker.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644));
@@ -66,6 +71,11 @@ DiskClaim::~DiskClaim() {
   if (--known->second.claims > 0) return;
   if (!known->second.marker.empty()) ::unlink(known->second.marker.c_str());
   all.byNumber.erase(known);
+}
+
+void forgetDisksOfEarlierHelper() {
+  std::error_code ignored;
+  std::filesystem::remove_all(markerFolder(), ignored);
 }
 
 }  // namespace molvane

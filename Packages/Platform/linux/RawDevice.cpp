@@ -4,18 +4,21 @@
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <string>
 #include <system_error>
 #include <utility>
 
 #include "Base/NSError.hpp"
 #include "Platform/FileDescriptor.hpp"
 #include "Platform/PageBuffer.hpp"
+#include "Platform/SafeFile.hpp"
 #include "Platform/linux/DiskClaim.hpp"
 
 namespace molvane {
@@ -133,6 +136,15 @@ dev_t diskNumber(const FileDescriptor& node, const std::string& path) {
   return status.st_rdev;
 }
 
+// Names and nodes are not kept by the same hands: a node that was left behind may lead to another disk.
+void requireName(dev_t number, const RawDeviceRequest& request) {
+  constexpr std::size_t kPage = 4096;  // what the kernel says the file may hold
+  if (request.diskName.empty()) return;
+  const std::string file = "/sys/class/block/" + request.diskName + "/dev";
+  const std::string expected = std::to_string(major(number)) + ":" + std::to_string(minor(number)) + "\n";
+  if (readSmallFile(file, kPage) != expected) refuse(ENODEV, request.path);
+}
+
 }  // namespace
 
 std::unique_ptr<RawDevice> openRawDevice(const RawDeviceRequest& request) {
@@ -148,6 +160,7 @@ std::unique_ptr<RawDevice> openRawDevice(const RawDeviceRequest& request) {
   }
   OpenedNode node = openNode(path, openFlags(request.access));
   if (diskNumber(node.descriptor, path) != status.st_rdev) refuse(ENODEV, path);
+  requireName(status.st_rdev, request);
 
   std::uint64_t size = 0;
   int blockSize = 0;

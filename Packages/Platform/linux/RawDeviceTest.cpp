@@ -55,14 +55,21 @@ class RawDeviceTest : public ::testing::Test {
     loop_.emplace(file_);
   }
 
-  [[nodiscard]] std::unique_ptr<RawDevice> open(Access access, std::int64_t size = kSize) const {
-    return openRawDevice(
-        {.path = loop_->path(), .diskName = "disk4test", .sizeBytes = size, .access = access});
+  [[nodiscard]] static std::string nameOf(const testing::LoopDevice& loop) {
+    return fs::path(loop.path()).filename();
   }
 
-  [[nodiscard]] int refusal(Access access, std::int64_t size = kSize) const {
+  [[nodiscard]] RawDeviceRequest request(Access access, std::int64_t size = kSize) const {
+    return {.path = loop_->path(), .diskName = nameOf(*loop_), .sizeBytes = size, .access = access};
+  }
+
+  [[nodiscard]] std::unique_ptr<RawDevice> open(Access access) const {
+    return openRawDevice(request(access));
+  }
+
+  [[nodiscard]] static int refusal(const RawDeviceRequest& request) {
     try {
-      static_cast<void>(open(access, size));
+      static_cast<void>(openRawDevice(request));
     } catch (const std::system_error& error) {
       return error.code().value();
     }
@@ -113,17 +120,25 @@ TEST_F(RawDeviceTest, ReadsBackFromTheDeviceItselfAlignedOrNot) {
 }
 
 TEST_F(RawDeviceTest, OpensOnlyTheDiskThatWasMeant) {
-  EXPECT_EQ(refusal(Access::read, kSize + 512), ENODEV);
-  EXPECT_EQ(refusal(Access::write, kSize - 512), ENODEV);
+  EXPECT_EQ(refusal(request(Access::read, kSize + 512)), ENODEV);
+  EXPECT_EQ(refusal(request(Access::write, kSize - 512)), ENODEV);
+  RawDeviceRequest other = request(Access::write);
   for (const std::string& path : {file_, std::string("/dev/null"), folder_.path(), file_ + "missing"}) {
-    try {
-      static_cast<void>(
-          openRawDevice({.path = path, .diskName = "x", .sizeBytes = kSize, .access = Access::write}));
-      ADD_FAILURE() << path;
-    } catch (const std::system_error& error) {
-      EXPECT_EQ(error.code().value(), path.ends_with("missing") ? ENOENT : ENOTBLK) << path;
-    }
+    other.path = path;
+    EXPECT_EQ(refusal(other), path.ends_with("missing") ? ENOENT : ENOTBLK) << path;
   }
+
+  // A node that leads to another disk of the same size than its name says.
+  const std::string file = folder_.path() + "/other";
+  std::ofstream{file};
+  fs::resize_file(file, kSize);
+  const testing::LoopDevice disk(file);
+  other.path = disk.path();
+  EXPECT_EQ(refusal(other), ENODEV);
+  other.diskName = "disk4";
+  EXPECT_EQ(refusal(other), ENODEV) << "there is none of that name";
+  other.diskName = nameOf(disk);
+  EXPECT_EQ(refusal(other), 0);
   EXPECT_FALSE(isClaimed());
 }
 
@@ -134,9 +149,9 @@ TEST_F(RawDeviceTest, IsNotWrittenWhileAVolumeOfItIsMounted) {
   const std::string volume = folder_.path() + "/volume";
   fs::create_directory(volume);
   ASSERT_EQ(mount(loop_->path().c_str(), volume.c_str(), "ext4", 0, nullptr), 0);
-  EXPECT_EQ(refusal(Access::write), EBUSY);
-  EXPECT_EQ(refusal(Access::readWrite), EBUSY);
-  EXPECT_EQ(refusal(Access::read), 0);
+  EXPECT_EQ(refusal(request(Access::write)), EBUSY);
+  EXPECT_EQ(refusal(request(Access::readWrite)), EBUSY);
+  EXPECT_EQ(refusal(request(Access::read)), 0);
   ASSERT_EQ(umount(volume.c_str()), 0);
 
   const std::unique_ptr<RawDevice> device = open(Access::write);
@@ -146,7 +161,7 @@ TEST_F(RawDeviceTest, IsNotWrittenWhileAVolumeOfItIsMounted) {
 
 TEST_F(RawDeviceTest, ClaimsAndMarksTheDiskUntilTheLastWriterHasGone) {
   const HelperFolder helperFolder;
-  const std::string marker = HelperFolder::writing() + "/disk4test";
+  const std::string marker = HelperFolder::writing() + "/" + nameOf(*loop_);
   std::unique_ptr<RawDevice> first = open(Access::write);
   EXPECT_TRUE(isClaimed());
   EXPECT_TRUE(fs::exists(marker));
@@ -161,6 +176,10 @@ TEST_F(RawDeviceTest, ClaimsAndMarksTheDiskUntilTheLastWriterHasGone) {
   const std::unique_ptr<RawDevice> reader = open(Access::read);
   EXPECT_FALSE(isClaimed());
   EXPECT_FALSE(fs::exists(marker));
+
+  std::ofstream{marker};  // of one that was killed
+  forgetDisksOfEarlierHelper();
+  EXPECT_FALSE(fs::exists(HelperFolder::writing()));
 }
 
 }  // namespace

@@ -34,6 +34,9 @@ bool isNumbered(std::string_view component, std::string_view kind) {
          component.find_first_not_of("0123456789", kind.size()) == std::string_view::npos;
 }
 
+// Such as 0000:03:00.0; other names with a colon lack the files that are looked into.
+bool isPciFunction(std::string_view component) { return component.find(':') != std::string_view::npos; }
+
 // Realtek's readers on PCI have no class of their own, and their drivers show the card as a SCSI disk.
 bool isCardReader(const std::string& function) {
   const std::vector<std::string> facts = {"PCI_CLASS=FF0000", "PCI_ID=10EC:"};
@@ -59,8 +62,9 @@ bool hasThunderboltDevice(const std::string& sysfs) {
 }
 
 // The firmware says which PCI ports lead out of the case, and the kernel marks what lies behind them. Some
-// firmware says it of slots inside as well, so that the mark alone proves nothing.
-bool isThunderbolt(const std::string& sysfs, const std::string& function) {
+// firmware says it of slots inside as well, so that the mark alone proves nothing: there has to be a bus to
+// lead out of the case, and the first thing behind the port is a bridge, where a slot has the disk itself.
+bool isThunderboltBridge(const std::string& sysfs, const std::string& function) {
   return SysfsText::read(function + "/removable") == "removable" && hasThunderboltDevice(sysfs);
 }
 
@@ -82,11 +86,9 @@ bool isExternal(const std::string& sysfs, const std::string& folder) {
     }
     const bool isBelowMmcHost = index >= 2 && components[index - 2] == "mmc_host";
     if (isBelowMmcHost && isCard(place)) return true;
-    // A PCI function, such as 0000:03:00.0; other names with a colon lack the files that are looked into.
-    if (component.find(':') != std::string_view::npos &&
-        (isCardReader(place) || isThunderbolt(sysfs, place))) {
-      return true;
-    }
+    if (!isPciFunction(component)) continue;
+    const bool isBridge = index + 1 < components.size() && isPciFunction(components[index + 1]);
+    if (isBridge ? isThunderboltBridge(sysfs, place) : isCardReader(place)) return true;
   }
   return false;
 }

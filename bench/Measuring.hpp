@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "Report.hpp"
+
+namespace molvane::bench {
+
+using Work = std::function<void()>;
+
+/// How long `work` took.
+[[nodiscard]] double secondsOf(const Work& work);
+
+/// One side of a comparison. What `prepare` does ahead of each round is not counted.
+struct Side {
+  Work work;
+  Work prepare = [] {};
+};
+
+struct Rounds {
+  int counted = 1;
+  int warmUps = 0;  ///< that come first and do not count
+};
+
+/// Runs both sides in turns, every other round the other way round, so that what else the machine does meets
+/// both. `row` has the name, the target and the unit, "s", "ms" or "µs"; returns it with both medians.
+[[nodiscard]] Comparison compareInTurns(Comparison row, Rounds rounds, const Side& ours, const Side& peer);
+
+/// Runs a program to its end, without input. Throws with what it wrote when it takes ten minutes or its exit
+/// status is above `mostStatus`.
+void runProgram(const std::string& executable, const std::vector<std::string>& arguments, int mostStatus = 0);
+
+/// Writes out what is to be written and empties the page cache. Needs root.
+void forgetCaches();
+
+/// Leaves so many bytes free that were in use just now. A virtual machine gets memory that it has not used
+/// for a while from its host first; that takes seconds, and would be counted with one side or the other.
+void claimMemory(std::size_t bytes);
+
+/// A folder on the disk, gone at the end.
+class DiskFolder {
+ public:
+  DiskFolder();
+  ~DiskFolder();
+  DiskFolder(const DiskFolder&) = delete;
+  DiskFolder& operator=(const DiskFolder&) = delete;
+
+  [[nodiscard]] const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+/// Fills the folder at `path`, which is made, with `folders` folders of `filesEach` small files.
+void makeFileTree(const std::string& path, int folders, int filesEach);
+
+}  // namespace molvane::bench
