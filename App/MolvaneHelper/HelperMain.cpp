@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <exception>
@@ -27,6 +28,9 @@
 
 namespace molvane {
 namespace {
+
+// What the jobs get to come to an end in, once nobody is connected any more.
+constexpr std::chrono::seconds kPatienceAtExit{30};
 
 // Whoever started the process may have left it in any state. Nothing of that may reach what it does as root.
 void takeKnownSurroundings() {
@@ -52,6 +56,8 @@ int helperMain() try {
   takeKnownSurroundings();
   ensureTemporaryDirectory();
 
+  // Ends last: it bounds how long all the rest may take to end.
+  SteadyTimerQueue lastResort;
   auto service = std::make_shared<HelperService>(
       HelperPathPolicy::userSpaceAllowlist(homeDirectory()), HelperPathPolicy::defaultDeniedBasenames(),
       std::make_unique<DeviceJobRunner>(makeDevicePolicy), std::make_unique<CompanyAdminKeeper>());
@@ -78,6 +84,12 @@ int helperMain() try {
     listener->resume();
     mainLoop.run();
   }
+  // A job can wait for ever on a server that is gone. Nobody starts a helper for the next client before this
+  // one has ended.
+  lastResort.callAfter(kPatienceAtExit, [] {
+    logLine("MolvaneHelper: a device job does not end, leaving it behind");
+    std::_Exit(EXIT_SUCCESS);
+  });
   return EXIT_SUCCESS;
 } catch (const std::exception& error) {
   logLine(std::string("MolvaneHelper: cannot start: ") + error.what());

@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <unistd.h>
 
 #include <array>
@@ -98,6 +99,13 @@ TEST(AccountChanges, WithoutAUsablePasswordNothingIsAsked) {
   EXPECT_EQ(create(Piped("\nsecond\n").number()), ExitStatus::failed);
   EXPECT_EQ(create(Piped(std::string(20000, 'x')).number()), ExitStatus::failed);
   EXPECT_EQ(create("987654"), ExitStatus::failed) << "not open";
+  int person = -1;
+  int screen = -1;
+  ASSERT_EQ(openpty(&person, &screen, nullptr, nullptr, nullptr), 0);
+  const FileDescriptor hands(person);
+  const FileDescriptor terminal(screen);
+  ASSERT_EQ(write(person, "shown secret\n", 13), 13);
+  EXPECT_EQ(create(std::to_string(screen)), ExitStatus::usage);
   EXPECT_EQ(program.helper.connections, 0);
 }
 

@@ -58,7 +58,9 @@ LocalAccountsSnapshot readAccounts() {
   if (setregid(getgid(), getgid()) != 0) throw std::runtime_error("The program's group cannot be given up.");
   LocalAccountsSnapshot snapshot;
   const std::string users = listing(AccountDirectory::usersCommand());
-  snapshot.accounts = AccountDirectory::accounts(users, listing(AccountDirectory::adminsCommand()));
+  auto accounts = AccountDirectory::completeAccounts(users, listing(AccountDirectory::adminsCommand()));
+  if (!accounts) throw std::runtime_error("The accounts cannot be read: their list is not understood.");
+  snapshot.accounts = *std::move(accounts);
   snapshot.fileVault = answerOf(AccountDirectory::fileVaultCommand()).status == 0;
   if (const std::optional<User> user = consoleUser()) snapshot.loggedIn = user->name;
   return snapshot;

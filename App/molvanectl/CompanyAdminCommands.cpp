@@ -100,12 +100,10 @@ class CompanyAdminApplyCommand : public Command {
 class CompanyAdminStatusCommand : public Command {
  public:
   CommandText text() const override {
-    return {
-        "status", "Say who the company administrator is",
-        "Asks the helper which account it manages, and reads in the system's directory how that account "
-        "is. Changes nothing. With --json: an object with the keys name and account, each null where there "
-        "is none.",
-        "molvanectl company-admin status"};
+    return {"status", "Say who the company administrator is",
+            "Asks the helper which account it manages, and reads in the system's directory how that account "
+            "is. With --json: an object with the keys name and account, each null where there is none.",
+            "molvanectl company-admin status"};
   }
 
   ExitStatus run(Session& session) override {

@@ -1,8 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <unicode/utypes.h>
 #include <unistd.h>
 
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -63,6 +66,20 @@ TEST(Program, SaysWhatIsWrongWithTheConnection) {
               AnyOf(HasSubstr("the client that its team signed"),
                     HasSubstr("does not accept this client's signature")));
   EXPECT_THAT(choosy.helper().takeCalls(), IsEmpty());
+}
+
+// The program has more rights than who starts it, so what its libraries trust must not come from him. The
+// file is a well-formed beginning of the characters' names, and would crash who reads them.
+TEST(Program, TakesNoUnicodeDataFromTheEnvironment) {
+  using namespace std::string_literals;
+  const TemporaryFolder folder;
+  std::filesystem::create_directory(folder.path() + "/" U_ICUDATA_NAME);
+  std::ofstream(folder.path() + "/" U_ICUDATA_NAME "/unames.icu")
+      << "\x20\0\xDA\x27\x14\0\0\0\0\0\2\0unam\1\0\0\0\xF\0\0\0\0\0\0\0"s << std::string(4096, '\xFF');
+  const ShellResult result =
+      shell("printf 'a\\342\\200\\256b' | ICU_DATA=" + folder.path() + " $M paste-check");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.output, HasSubstr("RIGHT-TO-LEFT OVERRIDE"));
 }
 
 TEST(Program, TalksToAHelperBehindASocket) {

@@ -19,6 +19,9 @@ constexpr std::size_t kLongestSecret = 16384;
 
 std::string lineOf(int descriptor) {
   const std::string name = "descriptor " + std::to_string(descriptor);
+  if (::isatty(descriptor) == 1) {
+    throw UsageError(name + " is a terminal, which shows what is typed; without the option it is asked for");
+  }
   std::string line;
   for (;;) {
     // Byte by byte: what follows the line is the next one's, perhaps for another reader.

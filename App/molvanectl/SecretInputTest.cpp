@@ -27,11 +27,11 @@ using ::testing::SizeIs;
 
 constexpr int kLongestWait = 30'000;  // milliseconds, for what comes at once
 
-/// The built program on a terminal of its own, with a person who types.
+/// The built program, or another one, on a terminal of its own, with a person who types.
 class OnTerminal {
  public:
-  explicit OnTerminal(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), MOLVANECTL_PROGRAM);
+  explicit OnTerminal(std::vector<std::string> arguments, const std::string& program = MOLVANECTL_PROGRAM) {
+    arguments.insert(arguments.begin(), program);
     std::vector<char*> words;
     for (std::string& word : arguments) words.push_back(word.data());
     words.push_back(nullptr);
@@ -61,7 +61,8 @@ class OnTerminal {
     ASSERT_EQ(write(terminal_.get(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
   }
 
-  void signal(int number) { kill(process_, number); }
+  /// To all that run on the terminal.
+  void signal(int number) { kill(-process_, number); }
 
   [[nodiscard]] bool echoes() const {
     termios settings{};
@@ -95,6 +96,13 @@ class OnTerminal {
   pid_t process_ = -1;
   FileDescriptor terminal_;
 };
+
+// The thread sanitizer keeps signals back until a call that it knows to wait, and pselect is none of these.
+#ifdef MOLVANE_SIGNALS_HELD_BACK
+constexpr bool kSignalsHeldBack = true;
+#else
+constexpr bool kSignalsHeldBack = false;
+#endif
 
 class SecretInputTest : public ::testing::Test {
  protected:
@@ -156,6 +164,7 @@ TEST_F(SecretInputTest, NothingIsAskedOfTheHelperWithoutAPassword) {
 }
 
 TEST_F(SecretInputTest, ASignalIsObeyedWithTheEchoBack) {
+  if (kSignalsHeldBack) GTEST_SKIP() << "no signal comes through at the prompt";
   for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
     // Keeps the terminal open, so that its settings can be seen afterwards.
     OnTerminal program(command({"reset-password", "bob"}));
@@ -180,6 +189,21 @@ TEST_F(SecretInputTest, ASignalIsObeyedWithTheEchoBack) {
   stopped.type("\n");
   EXPECT_EQ(WEXITSTATUS(stopped.end()), 1);
   EXPECT_THAT(served.helper().takeCalls(), IsEmpty());
+}
+
+TEST_F(SecretInputTest, WhatWasTypedIsNotLeftForTheNextProgram) {
+  if (kSignalsHeldBack) GTEST_SKIP() << "no signal comes through at the prompt";
+  std::vector<std::string> words = command({"reset-password", "bob"});
+  words.insert(words.begin(), {"-c", "trap : TERM; \"$@\"; printf next:; IFS= read -r left; echo \"<$left>\"",
+                               "sh", MOLVANECTL_PROGRAM});
+  OnTerminal shell(words, "/bin/sh");
+  shell.waitFor("New password for bob: ");
+  shell.type("half a sec");
+  shell.signal(SIGTERM);
+  shell.waitFor("next:");
+  shell.type("\n");
+  shell.end();
+  EXPECT_THAT(shell.shown, HasSubstr("<>"));
 }
 
 TEST(SecretInput, WithoutATerminalItSaysHowElse) {

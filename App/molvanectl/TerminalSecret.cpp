@@ -56,8 +56,8 @@ class NotedSignals {
       FD_ZERO(&readable);
       FD_SET(descriptor, &readable);
       // Signals get through here and nowhere else, so none can come between the check and the wait.
-      if (pselect(descriptor + 1, &readable, nullptr, nullptr, nullptr, &before_) > 0) return 0;
-      if (errno != EINTR) break;
+      if (pselect(descriptor + 1, &readable, nullptr, nullptr, nullptr, &before_) >= 0 || errno != EINTR)
+        break;
     }
     return caughtSignal;
   }
@@ -82,7 +82,8 @@ class SilentTerminal {
   }
   SilentTerminal(const SilentTerminal&) = delete;
   SilentTerminal& operator=(const SilentTerminal&) = delete;
-  ~SilentTerminal() { tcsetattr(terminal_, TCSADRAIN, &before_); }
+  // A secret that was not typed to its end must not wait there for the next program, which would show it.
+  ~SilentTerminal() { tcsetattr(terminal_, TCSAFLUSH, &before_); }
 
  private:
   int terminal_;

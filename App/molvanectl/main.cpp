@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,9 @@ int main(int argc, char** argv) {
   using namespace molvane::ctl;
 
   occupyStandardDescriptors();
+  // The program has the rights of its group. The Unicode library trusts its data, and would read it from the
+  // folder that whoever started the program names here.
+  static_cast<void>(::unsetenv("ICU_DATA"));
   // A reader that goes away ends in an error where it is written to, not in the middle of a call to the
   // helper.
   static_cast<void>(std::signal(SIGPIPE, SIG_IGN));

@@ -1,5 +1,6 @@
 #include "Base/Wipe.hpp"
 
+#include <algorithm>
 #include <cstring>
 
 namespace molvane {
@@ -17,6 +18,18 @@ void wipe(std::string& secret) noexcept {
   secret.resize(secret.capacity());
   overwrite(secret.data(), 0, secret.size());
   secret.clear();
+}
+
+void appendWiping(std::string& secret, std::string_view more) {
+  const std::size_t size = secret.size() + more.size();
+  if (size > secret.capacity()) {
+    std::string larger;
+    larger.reserve(std::max(size, 2 * secret.capacity()));
+    larger += secret;
+    secret.swap(larger);
+    wipe(larger);
+  }
+  secret += more;
 }
 
 }  // namespace molvane

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace molvane {
@@ -8,6 +9,9 @@ namespace molvane {
 /// Overwrites a text that held a secret and makes it empty. Its buffer only: what was copied, or left behind
 /// when the text grew, stays.
 void wipe(std::string& secret) noexcept;
+
+/// Appends to a text that may hold a secret, and leaves nothing behind when it grows.
+void appendWiping(std::string& secret, std::string_view more);
 
 /// A text that is wiped when it goes.
 class WipedText {

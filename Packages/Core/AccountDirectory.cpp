@@ -59,10 +59,11 @@ bool meansYes(const std::string* text) {
   return lower == "1" || lower == "yes" || lower == "true";
 }
 
-Names namesOfAdmins(std::string_view admins) {
-  Names names;
+/// Nothing where `admins` is no record at all.
+std::optional<Names> namesOfAdmins(std::string_view admins) {
   const std::optional<PropertyList> group = parsePropertyList(admins, kLongestListing);
-  if (!group) return names;
+  if (!group || group->as<PropertyList::Dictionary>() == nullptr) return std::nullopt;
+  Names names;
   const PropertyList::Array* members = strings(*group, "dsAttrTypeStandard:GroupMembership");
   if (members == nullptr) return names;
   for (const PropertyList& member : *members) names.insert(canonicalForm(*member.as<std::string>()));
@@ -87,6 +88,21 @@ std::optional<LocalAccount> account(const PropertyList& record, const Names& adm
                       .isHidden = meansYes(firstString(record, "dsAttrTypeStandard:IsHidden"))};
 }
 
+/// Nothing where `users` is something else than all users' records.
+std::optional<std::vector<LocalAccount>> accountsOf(std::string_view users, const Names& admins) {
+  std::vector<LocalAccount> found;
+  bool onlyRecords = true;
+  const auto take = [&](const PropertyList& record) {
+    onlyRecords = onlyRecords && record.as<PropertyList::Dictionary>() != nullptr;
+    if (std::optional<LocalAccount> one = account(record, admins)) found.push_back(*std::move(one));
+  };
+  // One that is no record makes the listing something else.
+  if (!readPropertyListArray(users, take, kLongestListing) || !onlyRecords) return std::nullopt;
+  std::stable_sort(found.begin(), found.end(),
+                   [](const LocalAccount& a, const LocalAccount& b) { return a.uid < b.uid; });
+  return found;
+}
+
 }  // namespace
 
 MaintenanceTask::Command usersCommand() {
@@ -102,18 +118,13 @@ MaintenanceTask::Command adminsCommand() {
 MaintenanceTask::Command fileVaultCommand() { return {"/usr/bin/fdesetup", {"isactive"}}; }
 
 std::vector<LocalAccount> accounts(std::string_view users, std::string_view admins) {
-  const Names adminNames = namesOfAdmins(admins);
-  std::vector<LocalAccount> found;
-  bool onlyRecords = true;
-  const auto take = [&](const PropertyList& record) {
-    onlyRecords = onlyRecords && record.as<PropertyList::Dictionary>() != nullptr;
-    if (std::optional<LocalAccount> one = account(record, adminNames)) found.push_back(*std::move(one));
-  };
-  // One that is no record makes the listing something else.
-  if (!readPropertyListArray(users, take, kLongestListing) || !onlyRecords) return {};
-  std::stable_sort(found.begin(), found.end(),
-                   [](const LocalAccount& a, const LocalAccount& b) { return a.uid < b.uid; });
-  return found;
+  return accountsOf(users, namesOfAdmins(admins).value_or(Names())).value_or(std::vector<LocalAccount>());
+}
+
+std::optional<std::vector<LocalAccount>> completeAccounts(std::string_view users, std::string_view admins) {
+  const std::optional<Names> names = namesOfAdmins(admins);
+  if (!names) return std::nullopt;
+  return accountsOf(users, *names);
 }
 
 }  // namespace molvane::AccountDirectory

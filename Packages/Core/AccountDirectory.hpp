@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -25,5 +26,9 @@ inline constexpr double timeout = 30;
 /// `admins` is. Throws std::runtime_error when a name beyond ASCII needs the Unicode library and that is
 /// missing.
 [[nodiscard]] std::vector<LocalAccount> accounts(std::string_view users, std::string_view admins);
+
+/// The same, but nothing where either of the two is something else. Throws as accounts does.
+[[nodiscard]] std::optional<std::vector<LocalAccount>> completeAccounts(std::string_view users,
+                                                                        std::string_view admins);
 
 }  // namespace molvane::AccountDirectory

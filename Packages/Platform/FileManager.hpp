@@ -33,10 +33,10 @@ namespace molvane::FileManager {
 /// The item's own attributes; throws std::system_error instead (ENOENT: nothing there).
 [[nodiscard]] FileAttributes attributesOfItem(const std::string& path);
 
-/// Makes a folder and those above it that are missing, all with `mode`. The last one has exactly `mode` when
-/// this returns, whatever the umask is and also when it existed, and was never wider on the way there unless
-/// it was before. Throws std::system_error: EPERM when it existed and belongs to somebody else, ELOOP or
-/// ENOTDIR when a link or a file stands at the path.
+/// Makes a folder and those above it that are missing, all with `mode`; on return they have reached the disk.
+/// The last one has exactly `mode` then, whatever the umask is and also when it existed, and was never wider
+/// on the way there unless it was before. Throws std::system_error: EPERM when it existed and belongs to
+/// somebody else, ELOOP or ENOTDIR when a link or a file stands at the path.
 void createDirectory(const std::string& path, mode_t mode);
 
 /// Makes sure that the path is a folder of this process's user with mode 0700. A missing one is made, without

@@ -160,8 +160,8 @@ TEST_F(AccountFaults, ListingFails) {
     EXPECT_EQ(manage({{"delete", {{"name", "bob"}}}}).text, "not-found") << directives;
     EXPECT_TRUE(accountExists("bob"));
   }
-  {
-    const ToolBehaviour broken("dscl@_Groups_admin", "exit 1\n");
+  for (const std::string directives : {"exit 1", "exit 0", "print <plist/>\nexit 0"}) {
+    const ToolBehaviour broken("dscl@_Groups_admin", directives + "\n");
     EXPECT_EQ(manage(withProof(create("carol", "correct horse"), "ann", kAnnsPassword)).text, "bad-admin");
     // A list without its administrators would let the last of them go.
     EXPECT_EQ(manage({{"delete", {{"name", "bob"}}}}).text, "not-found");

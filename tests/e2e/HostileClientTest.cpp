@@ -172,6 +172,16 @@ TEST_F(HostileClient, ComesTwoHundredTimesAtOnce) {
   connections_ += served;
 }
 
+// As deep as a document may be nested: who reads it does so on a connection's small stack.
+TEST_F(HostileClient, NestsItsDocumentsDeeply) {
+  const std::string deep = std::string(512, '[') + std::string(512, ']');
+  const std::string bytes = marshalled(deep).substr(0, sizeof(std::uint32_t) + deep.size());
+  const auto client = connectAndAuthenticate();
+  for (const auto member : {"StartDeviceJob", "ManageLocalAccount", "ApplyCompanyAdmin"}) {
+    EXPECT_TRUE(client->call(member, "ay", bytes).error);
+  }
+}
+
 // Nobody signed this one: the system's own interpreter, with the right group.
 TEST_F(HostileClient, UnsignedProgramIsNotListenedTo) {
   const std::string script =

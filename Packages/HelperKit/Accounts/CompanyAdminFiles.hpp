@@ -5,6 +5,7 @@
 
 #include "Base/Date.hpp"
 #include "Base/JsonCoding.hpp"
+#include "Base/Wipe.hpp"
 #include "Platform/FileDescriptor.hpp"
 
 namespace molvane {
@@ -15,6 +16,7 @@ struct CompanyAdminState {
   std::string password;  ///< in clear text
   Date rotatedAt;        ///< when the helper set that password
 
+  ~CompanyAdminState() { wipe(password); }
   bool operator==(const CompanyAdminState&) const = default;
 };
 void fromJson(const JsonValue& json, CompanyAdminState& state);

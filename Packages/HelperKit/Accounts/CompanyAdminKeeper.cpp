@@ -156,8 +156,8 @@ std::optional<std::string> CompanyAdminKeeper::bringInLine(const CompanyAdminCon
     settle(record, *account);
     record = load();
   }
-  if (record.pendingNotBelieved || (record.state && isDue(*record.state, config, now)))
-    rotate(config.name, now);
+  if (record.state && (record.pendingNotBelieved || isDue(*record.state, config, now)))
+    rotate(*record.state, now);
   return std::nullopt;
 }
 
@@ -176,25 +176,26 @@ CompanyAdminStatus CompanyAdminKeeper::status(const CompanyAdminConfig& config,
 void CompanyAdminKeeper::create(const CompanyAdminConfig& config, Date now) {
   const State next{config.name, machine_.generatedPassword(kPasswordLength), now};
   files_.savePending(next);
-  std::vector<Step> toDo =
-      steps({CreateAccount{next.name, config.fullName, next.password, true, false, std::nullopt}});
-  toDo.push_back(hideStep(next.name));
-  const Outcome outcome = runAll(toDo);
+  const Outcome outcome =
+      runAll(steps({CreateAccount{next.name, config.fullName, next.password, true, false, std::nullopt}}));
   // A tool that gave up may have found an account that somebody else has made meanwhile. One whose password
   // this is, is the keeper's, and is finished the next time.
   if (outcome.failure && !outcome.abandoned && !works(next)) files_.removePending();
   outcome.require();
+  // Whatever keeps it from being hidden may keep the directory from being asked, too. The account is made.
+  runAll({hideStep(next.name)}).require();
   commit(next);
 }
 
-void CompanyAdminKeeper::rotate(const std::string& name, Date now) {
-  const State next{name, machine_.generatedPassword(kPasswordLength), now};
+void CompanyAdminKeeper::rotate(const State& current, Date now) {
+  const State next{current.name, machine_.generatedPassword(kPasswordLength), now};
   files_.savePending(next);
   const Outcome outcome = runAll(resetSteps(next));
   if (outcome.failure && !outcome.abandoned) {
     if (works(next)) {
       commit(next);
-    } else {
+    } else if (works(current)) {
+      // Only this proves that the new one is not in force: the directory may give no answer at all.
       files_.removePending();
     }
   }

@@ -83,7 +83,7 @@ class CompanyAdminKeeper {
   [[nodiscard]] CompanyAdminStatus status(const CompanyAdminConfig& config,
                                           std::optional<std::string> problem) const REQUIRES(lock_);
   void create(const CompanyAdminConfig& config, Date now) REQUIRES(lock_);
-  void rotate(const std::string& name, Date now) REQUIRES(lock_);
+  void rotate(const State& current, Date now) REQUIRES(lock_);
   void settle(const Record& record, const LocalAccount& account) REQUIRES(lock_);
   [[nodiscard]] Credentials settled(const Record& record, const LocalAccount& account) REQUIRES(lock_);
   void finishCreation(const LocalAccount& account) REQUIRES(lock_);

@@ -9,6 +9,7 @@
 #include <limits>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "HelperKit/Accounts/testing/AccountTable.hpp"
@@ -43,10 +44,10 @@ class CompanyAdminKeeperTest : public ::testing::Test {
   }
   /// The password handed out, which must be the account's.
   std::string working(const std::string& name = "itadmin") {
-    const auto handedOut = password();
-    EXPECT_EQ(handedOut.value_or(CompanyAdminKeeper::Credentials{}).name, name);
-    EXPECT_EQ(handedOut->password, table_.accounts.at(name).password);
-    return handedOut->password;
+    const auto handedOut = password().value_or(CompanyAdminKeeper::Credentials{});
+    EXPECT_EQ(handedOut.name, name);
+    EXPECT_EQ(handedOut.password, table_.accounts.at(name).password);
+    return handedOut.password;
   }
   [[nodiscard]] std::string pendingFile() const { return folder_ + "/company-admin.pending.json"; }
 
@@ -182,6 +183,24 @@ TEST_F(CompanyAdminKeeperTest, ACreationThatFailedIsTriedAgainOrFinished) {
   working();
   EXPECT_EQ(apply().problem, std::nullopt);
   EXPECT_TRUE(table_.accounts.at("itadmin").isHidden);
+}
+
+TEST_F(CompanyAdminKeeperTest, ADirectoryThatCannotBeAskedProvesNothing) {
+  table_.fault = [](const std::string& call) -> std::optional<AccountTable::Fault> {
+    if (call.starts_with("dscl")) return AccountTable::Fault{.result = {.status = -1, .output = "no dscl"}};
+    if (!call.starts_with("sysadminctl -reset")) return std::nullopt;
+    return AccountTable::Fault{.takesEffect = true, .result = {.status = 5, .output = "told off"}};
+  };
+  const auto directoryIsBack = [this] { return std::exchange(table_.fault, nullptr); };
+  EXPECT_EQ(apply().problem, "no dscl");
+  auto fault = directoryIsBack();
+  working();
+  EXPECT_TRUE(table_.accounts.at("itadmin").isHidden);
+
+  table_.fault = std::move(fault);
+  EXPECT_EQ(apply(wanted(), after(7 * kDay)).problem, "told off");
+  directoryIsBack();
+  working();
 }
 
 TEST_F(CompanyAdminKeeperTest, AnAccountMadeMeanwhileByAnotherIsNotTakenOver) {

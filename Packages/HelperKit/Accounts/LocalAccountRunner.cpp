@@ -29,14 +29,14 @@ MaintenanceRunner::Execution listing(const MaintenanceTask::Command& command) {
   }
 }
 
-/// All of the accounts, or nothing when the directory did not answer: a list without its administrators would
-/// let the last of them go.
+/// All of the accounts, or nothing when the directory did not answer, or not so that it can be understood: a
+/// list without its administrators would let the last of them go.
 std::optional<std::vector<LocalAccount>> listedAccounts() {
   const auto users = listing(AccountDirectory::usersCommand());
   const auto admins = listing(AccountDirectory::adminsCommand());
   if (users.status != 0 || admins.status != 0) return std::nullopt;
   try {
-    return accounts(users.output, admins.output);
+    return AccountDirectory::completeAccounts(users.output, admins.output);
   } catch (const std::exception& error) {
     logLine("MolvaneHelper: account list: " + std::string(error.what()));
     return std::nullopt;

@@ -32,8 +32,8 @@ class Failure final : public std::exception {
 };
 
 /// The accounts as they are now, without `companyAdmin`. Does not throw for what a tool does: when one that
-/// lists accounts or administrators fails or takes longer than 30 seconds there are no accounts, when the one
-/// for FileVault does it is off.
+/// lists accounts or administrators fails, takes longer than 30 seconds or prints something else there are no
+/// accounts, when the one for FileVault fails it is off.
 [[nodiscard]] LocalAccountsSnapshot snapshot();
 
 /// The accounts that two property lists of the directory describe: all users' records, and the record of the

@@ -4,17 +4,20 @@
 #include <string>
 #include <vector>
 
+#include "Base/Wipe.hpp"
+
 namespace molvane::LocalAccountRunner {
 
 /// One run of a system tool. A plain value.
 struct Step {
   /// A secret to type when the tool asks for a password.
   struct Answer {
-    /// A lower-case fragment of the prompt's line that it answers; nothing for any prompt that no other
-    /// answer claims.
+    /// A fragment of the prompt's line that it answers, in upper or lower case alike; nothing for any prompt
+    /// that no other answer claims.
     std::optional<std::string> prompt;
     std::string reply;
 
+    ~Answer() { wipe(reply); }
     bool operator==(const Answer&) const = default;
   };
 

@@ -64,7 +64,7 @@ void PromptLine::addScalar(char32_t scalar, std::string_view itsBytes) {
   }
   if (!isWhitespace(scalar)) lastVisible_ = scalar;
   tooLong_ = tooLong_ || line_.size() + itsBytes.size() > kLongest;
-  if (!tooLong_) line_ += itsBytes;
+  if (!tooLong_) appendWiping(line_, itsBytes);
 }
 
 std::optional<std::string> PromptLine::asking() const {

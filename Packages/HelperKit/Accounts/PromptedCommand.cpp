@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "Base/Characters.hpp"
 #include "Base/NSError.hpp"
 #include "Base/Wipe.hpp"
 #include "HelperKit/Accounts/PromptLine.hpp"
@@ -65,7 +66,7 @@ class Dialogue {
 
   [[nodiscard]] const Step::Answer* answerTo(const std::string& question) const {
     const auto claims = [&](const Step::Answer& answer) {
-      return answer.prompt && question.find(*answer.prompt) != std::string::npos;
+      return answer.prompt && question.find(lowercased(*answer.prompt)) != std::string::npos;
     };
     auto found = std::find_if(answers_.begin(), answers_.end(), claims);
     if (found == answers_.end()) {

@@ -45,9 +45,9 @@ struct Limits {
 ///
 /// A step with answers runs on a terminal. When the last line that the tool has written since it was last
 /// answered holds "password" in any case and ends with ":", it is answered: by the first answer whose prompt
-/// stands in the line, else by the first without a prompt, else not at all. At most six times in one run, and
-/// without ever waiting for a tool that does not read. At the limit the tool is sent SIGTERM and, if it
-/// ignores that, left running.
+/// stands in the line, also in any case, else by the first without a prompt, else not at all. At most six
+/// times in one run, and without ever waiting for a tool that does not read. At the limit the tool is sent
+/// SIGTERM and, if it ignores that, left running.
 ///
 /// Nothing is started for a reply that a terminal would not pass on as it is: of more than 1023 bytes, or
 /// with a control character other than a tab, which is a key there and no part of a password. The result says

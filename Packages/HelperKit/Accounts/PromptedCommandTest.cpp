@@ -52,15 +52,15 @@ class PromptedCommandTest : public ::testing::Test {
 
 TEST_F(PromptedCommandTest, TypesTheRightSecretAtEachPrompt) {
   const Result result =
-      run("ask 'Enter password for alice :'\n"
+      run("ask 'Enter password for Alice :'\n"
           "ask 'New password: '\n"
           "echo 'one more time'\n"
           "ask 'Retype new PASSWORD:'\n"
           "exit 3\n",
-          {{"password for alice ", "her own"}, kAnyPrompt});
+          {{"password for Alice ", "her own"}, kAnyPrompt});
   EXPECT_EQ(heard(), "her own\nn3w-s3cret\nn3w-s3cret\n");
   EXPECT_EQ(result, (Result{.status = 3,
-                            .output = "Enter password for alice :\nNew password: \none more time\n"
+                            .output = "Enter password for Alice :\nNew password: \none more time\n"
                                       "Retype new PASSWORD:"}));
 }
 

@@ -63,8 +63,8 @@ ToolTranscript::~ToolTranscript() {
 
 void ToolTranscript::add(std::string_view bytes) {
   const std::size_t fits = std::min(bytes.size(), kept_ - beginning_.size());
-  beginning_ += bytes.substr(0, fits);
-  end_ += bytes.substr(fits);
+  appendWiping(beginning_, bytes.substr(0, fits));
+  appendWiping(end_, bytes.substr(fits));
   // Not at every piece, so that a flood in small pieces moves each byte once.
   if (end_.size() <= 2 * kept_) return;
   dropped_ += end_.size() - kept_;
@@ -76,8 +76,9 @@ std::string ToolTranscript::text(const std::vector<std::string_view>& secrets) c
   const std::size_t leftOut = dropped_ + surplus;
   std::string text;
   if (leftOut == 0) {
-    WipedText all(beginning_);
-    all->append(end_);
+    WipedText all;
+    all->reserve(beginning_.size() + end_.size());
+    all->append(beginning_).append(end_);
     text = masked(*all, secrets);
   } else {
     text = masked(beginning_, secrets);

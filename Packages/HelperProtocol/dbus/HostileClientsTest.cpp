@@ -111,13 +111,13 @@ TEST_F(HostileClientsTest, TooLargeAMessageIsRefusedBeforeItComes) {
   // The largest that is taken is taken, in pieces of any size.
   RawPeer allowed = connected();
   WireMessage large{.member = "ApplyCompanyAdmin", .signature = "ay"};
-  large.body = WireBytes().u32(1'000'000).raw(std::string(1'000'000, 'x')).bytes();
+  large.body = WireBytes().u32(65'000).raw(std::string(65'000, 'x')).bytes();
   const Bytes bytes = large.bytes();
-  for (std::size_t at = 0; at < bytes.size(); at += 50'001) {
-    allowed.send(dbus::ByteView(bytes).subspan(at, std::min<std::size_t>(50'001, bytes.size() - at)));
+  for (std::size_t at = 0; at < bytes.size(); at += 5'001) {
+    allowed.send(dbus::ByteView(bytes).subspan(at, std::min<std::size_t>(5'001, bytes.size() - at)));
   }
   EXPECT_EQ(allowed.receive()->errorName, "org.freedesktop.DBus.Error.Failed");
-  EXPECT_EQ(served_->helper().takeCalls().front().argument.size(), 1'000'000U);
+  EXPECT_EQ(served_->helper().takeCalls().front().argument.size(), 65'000U);
   EXPECT_TRUE(isServed(allowed));
 }
 
@@ -171,7 +171,10 @@ TEST_F(HostileClientsTest, ACallGoesOnWhenItsCallerVanishes) {
     return true;
   });
   RawPeer peer = connected();
-  peer.send(ping(1));
+  // Only that one: what waits behind it is not begun for nobody.
+  for (std::uint32_t serial = 1; serial <= 3; ++serial) {
+    peer.send(WireMessage{.flags = dbus::kNoReplyExpected, .serial = serial}.bytes());
+  }
   entered.wait(false);
   peer.leave();
   EXPECT_EQ(served_->invalidated(), 0);

@@ -12,8 +12,8 @@ inline constexpr std::size_t kMaxArraySize = std::size_t{64} * 1024 * 1024;
 inline constexpr std::size_t kMaxMessageSize = std::size_t{128} * 1024 * 1024;
 
 /// Largest message that the helper takes from a client, in bytes. The documents that clients send are a few
-/// KiB.
-inline constexpr std::size_t kMaxRequestSize = std::size_t{1024} * 1024;
+/// KiB; read into memory, one can take fifty times its size, and every connection may hold one.
+inline constexpr std::size_t kMaxRequestSize = std::size_t{64} * 1024;
 
 /// How deep values may lie in one another, as the protocol has it.
 inline constexpr int kMaxDepth = 64;
@@ -33,8 +33,8 @@ struct Limits {
   std::size_t connectionsPerUser = 128;
   std::size_t connections = 512;
 
-  /// Stack of a connection's thread in bytes; the service does its work on it.
-  std::size_t threadStack = std::size_t{512} * 1024;
+  /// Stack of a connection's thread in bytes; the service does its work on it, sanitized builds too.
+  std::size_t threadStack = std::size_t{1024} * 1024;
 };
 
 }  // namespace molvane::dbus

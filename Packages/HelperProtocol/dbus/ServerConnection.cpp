@@ -58,7 +58,12 @@ void ServerConnection::answerCalls() {
   Exporter exporter(object_, ":1." + std::to_string(number_));
   Bytes answer;
   while (const std::optional<Message> message = stream_.receive(surroundings_.limits.incomingMessage)) {
-    if (exporter.handle(*message, answer)) stream_.send(answer, surroundings_.limits.sendStall);
+    if (exporter.handle(*message, answer)) {
+      stream_.send(answer, surroundings_.limits.sendStall);
+    } else if (hasHungUp(socket_)) {
+      // With an answer to send that would have shown. What else the peer left in the queue is not begun.
+      return;
+    }
     if (answer.capacity() > kKeptAnswer) answer = Bytes();
   }
 }

@@ -49,6 +49,9 @@ void waitForEither(const FileDescriptor& first, const FileDescriptor& second);
 [[nodiscard]] std::optional<std::size_t> receiveSome(const FileDescriptor& socket, std::uint8_t* to,
                                                      std::size_t capacity, bool wait);
 
+/// Whether the other end was closed for good; what it sent before that may still be there to be read.
+[[nodiscard]] bool hasHungUp(const FileDescriptor& socket);
+
 /// Sends what fits right now and answers how much that was, 0 when nothing did. Raises no SIGPIPE.
 [[nodiscard]] std::size_t sendSome(const FileDescriptor& socket, ByteView bytes);
 

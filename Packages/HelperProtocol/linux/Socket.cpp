@@ -140,6 +140,12 @@ std::optional<std::size_t> receiveSome(const FileDescriptor& socket, std::uint8_
   }
 }
 
+bool hasHungUp(const FileDescriptor& socket) {
+  pollfd entry{socket.get(), 0, 0};
+  if (::poll(&entry, 1, 0) < 0 && errno != EINTR) throwErrno("look at a socket");
+  return (entry.revents & POLLHUP) != 0;
+}
+
 std::size_t sendSome(const FileDescriptor& socket, ByteView bytes) {
   while (true) {
     const ssize_t count = ::send(socket.get(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);

@@ -284,7 +284,7 @@ TEST_P(ProtocolConformance, LargeValuesAndExtremeNumbers) {
   for (std::size_t i = 0; i < kReplySize; ++i) (*answers.document)[i] = static_cast<std::uint8_t>(i * 7 / 3);
   answers.text = std::string(kReplySize, 't');
   carrier_->helper().setAnswers(answers);
-  const std::string argument(1'000'000, 'a');
+  const std::string argument(65'000, 'a');
   for (const Method& method : methods()) {
     SCOPED_TRACE(method.name);
     EXPECT_TRUE(method.call(carrier_->nearEnd(), argument) == expected(method.parts, answers));

@@ -63,6 +63,16 @@ bool makeFolder(const std::string& path, mode_t mode) {
   return false;
 }
 
+std::string folderOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+}
+
+// A new folder that is lost in a power cut takes along what was synced inside it.
+void syncFolderOf(const std::string& path) {
+  if (fsync(openFolder(folderOf(path)).get()) != 0) throwErrno("sync the folder of " + path);
+}
+
 // A folder of the process's own, held open so that its mode is set and checked on what it is now.
 class OwnFolder {
  public:
@@ -126,10 +136,11 @@ void createDirectory(const std::string& path, mode_t mode) {
   const std::string folder = plainPath(path);
   for (std::size_t end = folder.find('/', 1); end != std::string::npos; end = folder.find('/', end + 1)) {
     const std::string above = folder.substr(0, end);
-    if (!isDirectory(above)) makeFolder(above, mode);
+    if (!isDirectory(above) && makeFolder(above, mode)) syncFolderOf(above);
   }
-  makeFolder(folder, mode);
+  const bool isNew = makeFolder(folder, mode);
   OwnFolder(folder).setMode(mode);
+  if (isNew) syncFolderOf(folder);
 }
 
 void ensurePrivateDirectory(const std::string& path) {
@@ -142,11 +153,9 @@ void ensurePrivateDirectory(const std::string& path) {
 
 void removeItem(const std::string& path) {
   const std::string item = plainPath(path);
-  const std::size_t slash = item.rfind('/');
-  const std::string folder = slash == std::string::npos ? "." : item.substr(0, slash + 1);
-  const std::string name = item.substr(slash + 1);  // npos + 1 is 0
+  const std::string name = item.substr(item.rfind('/') + 1);  // npos + 1 is 0
   if (name.empty() || name == "." || name == "..") fail(EINVAL, "remove " + path);
-  molvane::removeItem({openFolder(folder), name});
+  molvane::removeItem({openFolder(folderOf(item)), name});
 }
 
 }  // namespace molvane::FileManager
