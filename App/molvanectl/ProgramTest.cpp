@@ -1,22 +1,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
 #include <unicode/utypes.h>
 #include <unistd.h>
 
-#include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "HelperProtocol/testing/ServedHelper.hpp"
-#include "Platform/FileDescriptor.hpp"
 #include "Platform/testing/TemporaryFolder.hpp"
 #include "molvanectl/testing/Shell.hpp"
 
@@ -107,63 +100,6 @@ TEST(Program, TalksToAHelperBehindASocket) {
   const ShellResult refused = shell(program + " remove /a 2>&1");
   EXPECT_EQ(refused.status, 1);
   EXPECT_EQ(refused.output, "molvanectl: Path not allowed: /a (com.molvane.helper, 1)\n");
-}
-
-// A helper in a process of its own that ends, without a word, in the middle of its second call.
-class DyingHelper {
- public:
-  DyingHelper() {
-    int ends[2];
-    if (::pipe(ends) != 0) throw std::runtime_error("pipe");
-    static_cast<void>(std::fflush(stdout));
-    process_ = ::fork();
-    if (process_ == 0) serve(ends[1]);
-    ::close(ends[1]);
-    FileDescriptor told(ends[0]);
-    char buffer[256];
-    for (ssize_t size = 0; (size = ::read(told.get(), buffer, sizeof buffer)) > 0;) {
-      socketPath_.append(buffer, static_cast<std::size_t>(size));
-    }
-  }
-  ~DyingHelper() {
-    ::kill(process_, SIGKILL);
-    ::waitpid(process_, nullptr, 0);
-  }
-  DyingHelper(const DyingHelper&) = delete;
-  DyingHelper& operator=(const DyingHelper&) = delete;
-
-  [[nodiscard]] const std::string& socketPath() const { return socketPath_; }
-
- private:
-  [[noreturn]] void serve(int telling) const {
-    // Its own folder lies in the one that the test removes, since this process ends without cleaning up.
-    ::setenv("TMPDIR", folder_.path().c_str(), 1);
-    ServedHelper served;
-    served.helper().setBeforeReply([calls = std::make_shared<int>(0)] {
-      if (++*calls == 2) ::_exit(0);
-      return true;
-    });
-    const std::string& path = served.socketPath();
-    if (::write(telling, path.data(), path.size()) != static_cast<ssize_t>(path.size())) ::_exit(1);
-    ::close(telling);
-    ::alarm(120);
-    for (;;) ::pause();
-  }
-
-  TemporaryFolder folder_;
-  pid_t process_ = -1;
-  std::string socketPath_;
-};
-
-TEST(Program, SaysThatTheOutcomeIsUnknownWhenTheHelperDies) {
-  const DyingHelper helper;
-  ASSERT_NE(helper.socketPath(), "");
-  const ShellResult result = shell("$M remove -v /a /b /c --socket " + helper.socketPath() + " 2>&1");
-  EXPECT_EQ(result.status, 3);
-  EXPECT_EQ(
-      result.output,
-      "removed /a\nmolvanectl: The connection to the helper was lost before it answered. Whether it did what "
-      "was asked is not known.\n");
 }
 
 TEST(Program, ReportsAFullDiskAndAClosedStandardOutput) {

@@ -2,13 +2,11 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <limits>
 #include <string>
 
@@ -66,34 +64,6 @@ TEST_F(TreeSizeTest, ExaminesNoMoreEntriesThanTheLimit) {
   EXPECT_EQ(size(109), 99);
   EXPECT_EQ(size(10), 0);
   EXPECT_EQ(size(0), 0);
-}
-
-// Runs `body` in a child that is nobody, so that root's tests see refusals as well; true when it returned
-// true.
-bool asNobody(const std::function<bool()>& body) {
-  constexpr uid_t kNobody = 65534;
-  const pid_t child = fork();
-  if (child == 0) {
-    bool succeeded = false;
-    try {
-      succeeded = (geteuid() != 0 || setuid(kNobody) == 0) && body();
-    } catch (...) {
-      // An exception must not take the child back into the test runner.
-    }
-    _exit(succeeded ? 0 : 1);
-  }
-  int status = 0;
-  return waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
-TEST_F(TreeSizeTest, PassesOverWhatItCannotRead) {
-  write("seen", 1);
-  write("closed/file", 10);
-  const fs::path scratch = scratch_.path();
-  fs::permissions(scratch, fs::perms(0755));
-  fs::permissions(scratch / "closed", fs::perms::none);
-  EXPECT_TRUE(asNobody([&] { return size() == 1; }));
-  fs::permissions(scratch / "closed", fs::perms::owner_all);
 }
 
 TEST(TreeSizeOverflowTest, ATotalThatDoesNotFitEndsTheProcess) {

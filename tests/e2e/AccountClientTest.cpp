@@ -14,11 +14,7 @@ namespace {
 using nlohmann::json;
 using testing::AllOf;
 using testing::HasSubstr;
-using testing::MatchesRegex;
 using testing::Not;
-
-constexpr int kFailed = 1;
-constexpr int kUsage = 2;
 
 class AccountClient : public AccountFixture {
  protected:
@@ -57,6 +53,10 @@ TEST_F(AccountClient, AsksForPasswordsWithoutEcho) {
   differing.answer("again: ", "battery stable");
   EXPECT_THAT(differing.wait().out, HasSubstr("differ"));
   EXPECT_TRUE(isPassword("bob", kBobsPassword));
+
+  const Outcome none = run({"/usr/bin/setsid", "-w", kClient, "account", "create", "dave"}, kAnn);
+  EXPECT_EQ(none.status, 1);
+  EXPECT_THAT(none.err, HasSubstr("no terminal"));
 }
 
 TEST_F(AccountClient, ChangesAccounts) {
@@ -83,45 +83,15 @@ TEST_F(AccountClient, ChangesAccounts) {
   EXPECT_FALSE(accountExists("carol"));
 }
 
-TEST_F(AccountClient, SaysWhatWasRefused) {
-  const auto refusal = [](const std::vector<std::string>& arguments) {
-    const Outcome outcome = molvanectl(arguments);
-    EXPECT_EQ(outcome.status, kFailed) << testing::PrintToString(outcome);
-    EXPECT_EQ(outcome.out, "");
-    return outcome.err;
-  };
-  EXPECT_THAT(refusal({"account", "delete", "zoe"}), HasSubstr("There is no account named zoe."));
-  EXPECT_THAT(refusal({"account", "disable", "ann"}), HasSubstr("ann is logged in."));
-  EXPECT_THAT(withDescriptor("account create bob --password-fd 3", "correct horse\n").err,
-              HasSubstr("There is an account named bob already."));
-  EXPECT_THAT(withDescriptor("account create carol --password-fd 3", "short\n").err,
-              HasSubstr("8 to 128 characters"));
-  const ToolBehaviour fails("dseditgroup", "print Error: the directory is closed\nexit 1\n");
-  EXPECT_THAT(refusal({"account", "make-admin", "bob"}), HasSubstr("Error: the directory is closed"));
-
-  // A password is never an argument.
-  EXPECT_EQ(molvanectl({"account", "create", "carol", "--password", "correct horse"}).status, kUsage);
-  EXPECT_EQ(molvanectl({"account", "create", "carol", "correct horse"}).status, kUsage);
-  const Outcome noTerminal = run({"/usr/bin/setsid", "-w", kClient, "account", "create", "carol"}, kAnn);
-  EXPECT_EQ(noTerminal.status, kFailed);
-  EXPECT_THAT(noTerminal.err, HasSubstr("no terminal"));
-  EXPECT_FALSE(accountExists("carol"));
-}
-
-TEST_F(AccountClient, KeepsTheCompanyAdministrator) {
-  EXPECT_EQ(molvanectl({"company-admin", "password"}).status, kFailed);
-  EXPECT_THAT(done(molvanectl({"company-admin", "apply", "itadmin", "--rotation-days", "7"})).out,
-              HasSubstr("The company administrator itadmin is active."));
-  const std::string password = companyAdminPassword().password.value_or("");
-  EXPECT_TRUE(isPassword("itadmin", password));
-  EXPECT_EQ(done(molvanectl({"company-admin", "password"})).out, password + "\n");
+TEST_F(AccountClient, TellsOfTheCompanyAdministrator) {
+  done(molvanectl({"company-admin", "apply", "itadmin"}));
   EXPECT_THAT(done(molvanectl({"company-admin", "status"})).out,
               AllOf(HasSubstr("itadmin"), HasSubstr("[admin] [hidden]")));
-  EXPECT_THAT(molvanectl({"account", "delete", "itadmin"}).err, HasSubstr("company-admin"));
-  EXPECT_THAT(molvanectl({"company-admin", "apply", "bob"}).err,
-              HasSubstr("There is an account named bob already"));
-  EXPECT_TRUE(isDisabled("itadmin")) << "it was let go";
-  EXPECT_EQ(molvanectl({"company-admin", "password"}).status, kFailed);
+  const Outcome refused = molvanectl({"account", "delete", "itadmin"});
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_THAT(refused.err, HasSubstr("company-admin"));
+  EXPECT_EQ(done(molvanectl({"company-admin", "password"})).out,
+            companyAdminPassword().password.value_or("") + "\n");
 }
 
 }  // namespace

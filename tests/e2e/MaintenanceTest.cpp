@@ -11,7 +11,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::EndsWith;
-using testing::HasSubstr;
 using testing::StartsWith;
 
 struct TaskReply {
@@ -63,71 +62,6 @@ TEST(Maintenance, EveryRootTaskSucceeds) {
   EXPECT_EQ(runTask("restart-mac").transcript, "$ shutdown -r +1\nShutdown at +1.\n");
 }
 
-TEST(Maintenance, SignalReachesTheProcess) {
-  fs::copy_file("/usr/bin/sleep", "/tmp/mDNSResponder", fs::copy_options::overwrite_existing);
-  Program responder({"/tmp/mDNSResponder", "3600"});
-  const auto [succeeded, transcript] = runTask("flush-dns");
-  EXPECT_TRUE(succeeded);
-  EXPECT_EQ(transcript, "$ dscacheutil -flushcache\n$ killall -HUP mDNSResponder\n");
-  EXPECT_EQ(responder.wait().status, 128 + SIGHUP);
-}
-
-TEST(Maintenance, ClientShowsTranscriptAndStatus) {
-  const Outcome good = molvanectl({"task", "run", "flush-dns"});
-  EXPECT_EQ(good.status, 0) << testing::PrintToString(good);
-  EXPECT_THAT(good.out, HasSubstr("$ dscacheutil -flushcache\n$ killall -HUP mDNSResponder\n"));
-
-  const ToolBehaviour fails("mdutil", "print no index here\nexit 7\n");
-  const Outcome bad = molvanectl({"task", "run", "reindex-spotlight"});
-  EXPECT_EQ(bad.status, 1) << testing::PrintToString(bad);
-  EXPECT_THAT(bad.out, HasSubstr("$ mdutil -E /\nno index here\nexit 7\n"));
-}
-
-TEST(Maintenance, ClientListsTheTasks) {
-  const Outcome list = molvanectl({"task", "list"});
-  EXPECT_EQ(list.status, 0);
-  EXPECT_THAT(list.out, HasSubstr("flush-dns"));
-  EXPECT_THAT(list.out, HasSubstr("Reindex Spotlight (boot volume)"));
-  EXPECT_THAT(list.out, Not(HasSubstr("restart-mac")));
-}
-
-TEST(Maintenance, RefusesWhatIsNotARootTask) {
-  const std::string before = readFile(kToolLog);
-  for (const auto& [task, error] : {
-           std::pair<std::string, std::string>{"Flush-dns",
-                                               "Unknown maintenance task: Flush-dns (com.molvane.helper, 5)"},
-           {" flush-dns", "Unknown maintenance task:  flush-dns (com.molvane.helper, 5)"},
-           {"/usr/sbin/purge", "Unknown maintenance task: /usr/sbin/purge (com.molvane.helper, 5)"},
-       }) {
-    RawClient client;
-    client.authenticate();
-    const auto reply = client.call("RunMaintenanceTask", "s", marshalled(task));
-    EXPECT_TRUE(reply.error);
-    EXPECT_EQ(stringAt(reply.body, 0), error.substr(0, error.find(" (com"))) << task;
-  }
-  for (const std::string task : {"rebuild-launchservices", "reset-quicklook", "clear-font-caches",
-                                 "restart-finder", "restart-dock", "verify-boot-volume"}) {
-    RawClient client;
-    client.authenticate();
-    const auto reply = client.call("RunMaintenanceTask", "s", marshalled(task));
-    EXPECT_TRUE(reply.error);
-    EXPECT_EQ(stringAt(reply.body, 0), "Task " + task + " does not need root; run it from the app.");
-  }
-  EXPECT_EQ(readFile(kToolLog), before) << "something was started";
-}
-
-TEST(Maintenance, StopsAtTheFirstFailure) {
-  const ToolBehaviour fails("dscacheutil", "print cannot\nexit 2\n");
-  const auto [succeeded, transcript] = runTask("flush-dns");
-  EXPECT_FALSE(succeeded);
-  EXPECT_EQ(transcript, "$ dscacheutil -flushcache\ncannot\nexit 2\n");
-}
-
-TEST(Maintenance, OnlyKillallMayExitWithOne) {
-  const ToolBehaviour fails("dscacheutil", "exit 1\n");
-  EXPECT_EQ(runTask("flush-dns").transcript, "$ dscacheutil -flushcache\nexit 1\n");
-}
-
 TEST(Maintenance, ToolIsMissing) {
   const ChangedTool missing("/usr/sbin/purge");
   const auto [succeeded, transcript] = runTask("purge-memory");
@@ -142,15 +76,6 @@ TEST(Maintenance, ToolIsNotExecutable) {
   const auto [succeeded, transcript] = runTask("purge-memory");
   EXPECT_FALSE(succeeded);
   EXPECT_EQ(transcript, "$ purge \nThe operation couldn’t be completed. Permission denied\nexit -1\n");
-}
-
-TEST(Maintenance, ToolIsNoProgram) {
-  const ChangedTool changed("/usr/sbin/purge");
-  writeFile("/usr/sbin/purge", std::string(100, '\0'));
-  fs::permissions("/usr/sbin/purge", fs::perms::owner_all);
-  const auto [succeeded, transcript] = runTask("purge-memory");
-  EXPECT_FALSE(succeeded);
-  EXPECT_EQ(transcript, "$ purge \nThe operation couldn’t be completed. Exec format error\nexit -1\n");
 }
 
 TEST(Maintenance, MuchOutputArrivesWhole) {
@@ -170,11 +95,6 @@ TEST(Maintenance, OutputIsRepairedAndTrimmed) {
   std::string repaired;
   for (int i = 0; i < 7; ++i) repaired += "\xEF\xBF\xBD";
   EXPECT_EQ(transcript, "$ purge \nbefore " + repaired + " after\n");
-}
-
-TEST(Maintenance, BlankOutputAddsNoLine) {
-  const ToolBehaviour blank("purge", "print  \nprint\n");
-  EXPECT_EQ(runTask("purge-memory").transcript, "$ purge \n");
 }
 
 TEST(Maintenance, ToolDiesByASignal) {

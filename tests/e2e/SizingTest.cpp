@@ -34,42 +34,10 @@ TEST(Sizing, AddsUpRegularFilesOnly) {
   expectSize(folder / "one", 1000);
 }
 
-TEST(Sizing, CountsLogicalSizes) {
-  const CacheFolder folder("sizing");
-  writeFile(folder / "sparse", "x");
-  fs::resize_file(folder / "sparse", std::uintmax_t{5} << 30);
-  expectSize(folder.path(), std::uintmax_t{5} << 30);
-}
-
 TEST(Sizing, LooksAtTwentyThousandEntriesAndNoMore) {
   const CacheFolder folder("sizing");
   for (int i = 0; i < 25000; ++i) writeFile(folder / std::to_string(i), "x");
   expectSize(folder.path(), 20000);
-}
-
-TEST(Sizing, MeasuresTheRootsThemselves) {
-  for (const char* root : {"/var/root/Library/Caches", "/var/root/Library/Logs/"}) {
-    EXPECT_EQ(molvanectl({"size", root}).status, 0) << root;
-  }
-}
-
-TEST(Sizing, RefusesWithTheSameSentencesAsRemoval) {
-  const CacheFolder folder("sizing");
-  fs::create_directory_symlink("/Library", folder / "link");
-  const std::string gone = folder / "gone";
-  const std::string through = folder / "link/Logs";
-  for (const auto& [path, error] : {
-           std::pair<std::string, std::string>{"/etc", "Path not allowed: /etc (com.molvane.helper, 1)"},
-           {"/", "Path not allowed: / (com.molvane.helper, 1)"},
-           {through, "Path not allowed: " + through + " (com.molvane.helper, 1)"},
-           {kCaches / "CloudKit", "Refusing to delete denied item: CloudKit (com.molvane.helper, 3)"},
-           {gone, "Path not found: " + gone + " (com.molvane.helper, 4)"},
-       }) {
-    const Outcome outcome = molvanectl({"size", path});
-    EXPECT_EQ(outcome.status, 1) << path;
-    EXPECT_EQ(outcome.out, "") << path;
-    EXPECT_EQ(outcome.err, "molvanectl: " + error + "\n");
-  }
 }
 
 // A folder that even root cannot list: the descriptors of a process that has ended.

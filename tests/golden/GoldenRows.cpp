@@ -85,12 +85,6 @@ void checkRows(const std::string& file, const std::function<void(Row&)>& check,
   testing::Test::RecordProperty("rows", static_cast<int>(rows));
 }
 
-std::size_t countRows(const std::string& file, const std::function<bool(const Row&)>& belongs) {
-  std::size_t rows = 0;
-  forEachRow(file, belongs, [&](Row&) { ++rows; });
-  return rows;
-}
-
 void checkJsonRows(const std::string& type, const Reencode& reencode) {
   checkRows(
       "json.jsonl", [&](Row& row) { compareJson(row, reencode); },

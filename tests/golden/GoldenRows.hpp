@@ -46,11 +46,6 @@ void checkRows(
     const std::string& file, const std::function<void(Row&)>& check,
     const std::function<bool(const Row&)>& belongs = [](const Row&) { return true; });
 
-/// The number of rows of a file that `belongs` picks.
-[[nodiscard]] std::size_t countRows(
-    const std::string& file,
-    const std::function<bool(const Row&)>& belongs = [](const Row&) { return true; });
-
 /// What a JSON document is as one of our types, written again. Throws a DecodingError for a document that is
 /// none.
 using Reencode = std::function<std::string(std::string_view)>;

@@ -83,7 +83,8 @@ TEST_F(PromptedCommandTest, WithoutAnswersThereIsNoTerminalAndNoMask) {
 }
 
 TEST_F(PromptedCommandTest, AnswersSixTimesAndNotASeventh) {
-  const Result result = run("for i in 1 2 3 4 5 6 7; do ask \"Password $i:\"; done", {kAnyPrompt}, kShort);
+  const Result result =
+      run("for i in 1 2 3 4 5 6 7; do ask \"Password $i:\"; done", {kAnyPrompt}, 4 * kShort);
   EXPECT_EQ(result.status, -1);
   EXPECT_TRUE(result.abandoned);
   EXPECT_TRUE(result.output.ends_with("Password 7:")) << result.output;

@@ -70,9 +70,9 @@ TEST_F(DeviceToolsTest, InstallMediaLogsWhatTheToolWritesAsItComes) {
                 .phase = Phase::finished,
                 .log = kMediaLine + "3 --volume /Volumes/USB --nointeraction\nwarning\nno inputDone.\n"}));
   // The tool goes on only when its first words were seen.
+  anotherJob();
   const std::string flag = tools_.path("flag");
   const Thread waiter = onceLogged("Copying: 10%", [&] { std::ofstream{flag}; });
-  anotherJob();
   EXPECT_EQ(
       media("printf 'Copying: 10%%...'; while [ ! -e " + flag + " ]; do sleep 0.01; done; echo 100%").log,
       kMediaLine + "Copying: 10%...100%\nDone.\n");

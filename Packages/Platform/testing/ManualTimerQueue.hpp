@@ -2,10 +2,8 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstddef>
 #include <functional>
 #include <map>
-#include <optional>
 #include <utility>
 
 #include "Base/Mutex.hpp"
@@ -36,18 +34,6 @@ class ManualTimerQueue : public TimerQueue {
   void advance(Duration span) EXCLUDES(mutex_) {
     const Duration end = now() + span;
     while (const std::function<void()> function = nextDueBy(end)) function();
-  }
-
-  [[nodiscard]] std::size_t armedCount() EXCLUDES(mutex_) {
-    MutexLock lock(mutex_);
-    return armed_.size();
-  }
-
-  /// How long until the next call falls due; nothing when none is armed.
-  [[nodiscard]] std::optional<Duration> untilNext() EXCLUDES(mutex_) {
-    MutexLock lock(mutex_);
-    if (armed_.empty()) return std::nullopt;
-    return armed_.begin()->first.first - now_;
   }
 
  private:
