@@ -6,9 +6,12 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
+#include <filesystem>
+#include <string>
 #include <string_view>
 
 #include "Platform/FileCopy.hpp"
+#include "Platform/Log.hpp"
 #include "Platform/StandardPath.hpp"
 
 namespace molvane::PackageInstallPolicy {
@@ -43,6 +46,15 @@ std::string beginning(const FileDescriptor& file) {
     count = pread(file.get(), bytes.data(), bytes.size(), 0);
   } while (count < 0 && errno == EINTR);
   return count > 0 ? std::string(bytes.data(), static_cast<std::size_t>(count)) : std::string();
+}
+
+StagedItem emptyCopy(const StagingFolder& root) {
+  try {
+    return root.makeFile(".pkg");
+  } catch (const std::filesystem::filesystem_error& error) {
+    logLine(std::string("MolvaneHelper: ") + error.what());
+    throw Failure(FailureCase::missing, error.path1());
+  }
 }
 
 }  // namespace
@@ -95,7 +107,7 @@ StagedItem stage(const ReceivedItem& package, uid_t peerUID, const StagingFolder
   if (fstat(source.get(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_uid != peerUID) {
     throw Failure(FailureCase::notOwned, package.path);
   }
-  StagedItem copy = root.makeFile(".pkg");
+  StagedItem copy = emptyCopy(root);
   copyToEnd(source, copy.descriptor(), static_cast<std::uint64_t>(status.st_size) + kMostGrowth);
   // The file may have been rewritten since it was looked at.
   if (beginning(copy.descriptor()) != kMagic) throw Failure(FailureCase::notAPackage, package.path);

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <exception>
+#include <filesystem>
 #include <optional>
 #include <system_error>
 #include <utility>
@@ -116,9 +117,10 @@ void StagingFolder::sweep(const Salvage& salvage) const try {
       if (leftovers.size() == kMostLeftovers) break;
       if (!mayBeLeftover(entry->name)) continue;
       FileDescriptor item(openat(folder_.get(), entry->name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+      // Whether one that cannot be opened is in use is not known, be it for want of descriptors.
+      if (!item || flock(item.get(), LOCK_EX | LOCK_NB) != 0) continue;
       // Where others can write, a name alone says nothing.
-      if (!prefix_.empty() && (!item || !isOwnPrivateFolder(item))) continue;
-      if (item && flock(item.get(), LOCK_EX | LOCK_NB) != 0) continue;  // in use
+      if (!prefix_.empty() && !isOwnPrivateFolder(item)) continue;
       leftovers.push_back({entry->name, std::move(item)});
     }
   }
@@ -156,7 +158,10 @@ StagedItem StagingFolder::makeFile(std::string_view suffix) const {
   return make(prefix_ + Uuid::random().text() + std::string(suffix), [this](const std::string& name) {
     constexpr int kNew = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
     FileDescriptor made(openat(folder_.get(), name.c_str(), kNew, S_IRUSR | S_IWUSR));
-    if (!made) throwErrno("create " + name);
+    if (!made) {
+      const std::error_code reason(errno, std::generic_category());
+      throw std::filesystem::filesystem_error("create a staged copy", path_ + "/" + name, reason);
+    }
     return made;
   });
 }

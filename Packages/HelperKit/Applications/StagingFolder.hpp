@@ -61,7 +61,7 @@ class StagingFolder {
   void sweep(const Salvage& salvage = nullptr) const;
 
   /// A new empty folder with mode 0700, or file with mode 0600, under a random name. Throws
-  /// std::system_error.
+  /// std::system_error; for a file that cannot be made, std::filesystem::filesystem_error with its path.
   [[nodiscard]] StagedItem makeFolder() const;
   [[nodiscard]] StagedItem makeFile(std::string_view suffix) const;
 

@@ -1,5 +1,7 @@
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -80,6 +82,22 @@ TEST_F(StagingTest, SweepTakesWhatNobodyHoldsAndOnlyThat) {
   EXPECT_TRUE(fs::exists(held.path()));
 }
 
+TEST_F(StagingTest, WhatCannotBeOpenedIsNoLeftover) {
+  const StagingFolder staging(root());
+  const StagedItem held = staging.makeFolder();
+  rlimit usual{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &usual), 0);
+  const rlimit narrow{64, usual.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &narrow), 0);
+  std::vector<FileDescriptor> taken;
+  for (int fd = dup(0); fd >= 0; fd = dup(0)) taken.emplace_back(fd);
+  // Room for the lock and the listing, and for no copy.
+  taken.resize(taken.size() - 2);
+  staging.sweep();
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &usual), 0);
+  EXPECT_TRUE(fs::exists(held.path()));
+}
+
 TEST_F(StagingTest, RefusesALinkAndAFolderAboveThatIsOpenToOthers) {
   fs::create_directory(scratch_.path() + "/elsewhere");
   fs::create_directory_symlink(scratch_.path() + "/elsewhere", root());
@@ -123,6 +141,17 @@ TEST_F(StagingTest, StagesTheBytesOfThePackageWholeAndLeavesNothingWhenItCannot)
   EXPECT_EQ(failure(), PackageInstallPolicy::FailureCase::notOwned);
   EXPECT_EQ(count(), 0U);
   EXPECT_EQ(testing::openDescriptorCount(), descriptors);
+
+  fs::remove(inbox + "/a.pkg");
+  std::ofstream(inbox + "/a.pkg") << "xar!";
+  fs::remove(root());
+  try {
+    static_cast<void>(PackageInstallPolicy::stage(package, geteuid(), staging));
+    ADD_FAILURE() << "staged in a folder that is gone";
+  } catch (const PackageInstallPolicy::Failure& failure) {
+    EXPECT_EQ(failure.which(), PackageInstallPolicy::FailureCase::missing);
+    EXPECT_THAT(failure.what(), ::testing::HasSubstr(root() + "/"));
+  }
 }
 
 TEST_F(StagingTest, AFileThatKeepsGrowingComesToAnEnd) {
