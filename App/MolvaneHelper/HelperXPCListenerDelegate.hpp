@@ -36,23 +36,23 @@ class HelperXPCListenerDelegate final : public ListenerDelegate,
   bool shouldAcceptNewConnection(PeerConnection& connection) override;
 
   /// Arms the idle exit afresh: idle period from now the process ends, unless a connection has come by then.
-  void scheduleIdleExit() EXCLUDES(lock_);
+  void scheduleIdleExit() MOLVANE_EXCLUDES(lock_);
 
   /// Whether no connection lives at this moment.
-  [[nodiscard]] bool isIdle() const EXCLUDES(lock_);
+  [[nodiscard]] bool isIdle() const MOLVANE_EXCLUDES(lock_);
 
  private:
   [[nodiscard]] bool acceptsPeer(PeerConnection& connection) const;
-  void connectionOpened() EXCLUDES(lock_);
-  void connectionInvalidated() EXCLUDES(lock_);
-  void exitIfIdle() EXCLUDES(lock_);
+  void connectionOpened() MOLVANE_EXCLUDES(lock_);
+  void connectionInvalidated() MOLVANE_EXCLUDES(lock_);
+  void exitIfIdle() MOLVANE_EXCLUDES(lock_);
 
   const std::shared_ptr<HelperService> service_;
   const Process process_;
 
   mutable Mutex lock_;
-  std::int64_t liveConnections_ GUARDED_BY(lock_) = 0;
-  TimerQueue::Handle idleTimer_ GUARDED_BY(lock_) = 0;  // 0: none is armed
+  std::int64_t liveConnections_ MOLVANE_GUARDED_BY(lock_) = 0;
+  TimerQueue::Handle idleTimer_ MOLVANE_GUARDED_BY(lock_) = 0;  // 0: none is armed
 };
 
 }  // namespace molvane

@@ -24,7 +24,7 @@ class RunLoop {
  private:
   Mutex mutex_;
   Condition changed_;
-  bool stopped_ GUARDED_BY(mutex_) = false;
+  bool stopped_ MOLVANE_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace molvane

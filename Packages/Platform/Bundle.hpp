@@ -30,8 +30,8 @@ class Bundle {
 
   std::string infoPlistPath_;
   Mutex mutex_;
-  std::optional<FileIdentity> identity_ GUARDED_BY(mutex_);
-  std::shared_ptr<const PropertyList> info_ GUARDED_BY(mutex_);
+  std::optional<FileIdentity> identity_ MOLVANE_GUARDED_BY(mutex_);
+  std::shared_ptr<const PropertyList> info_ MOLVANE_GUARDED_BY(mutex_);
 };
 
 }  // namespace molvane

@@ -22,22 +22,22 @@ class SteadyTimerQueue : public TimerQueue {
 
   /// Calls that are due at the same moment run in the order in which they were armed. Throws
   /// std::system_error when the thread cannot be started; then nothing is armed.
-  Handle callAfter(Duration delay, std::function<void()> function) override EXCLUDES(mutex_);
-  void cancel(Handle handle) override EXCLUDES(mutex_);
+  Handle callAfter(Duration delay, std::function<void()> function) override MOLVANE_EXCLUDES(mutex_);
+  void cancel(Handle handle) override MOLVANE_EXCLUDES(mutex_);
 
  private:
   using Clock = std::chrono::steady_clock;
   using Moment = std::pair<Clock::time_point, Handle>;
 
-  void serve() EXCLUDES(mutex_);
-  std::function<void()> nextDue() EXCLUDES(mutex_);
+  void serve() MOLVANE_EXCLUDES(mutex_);
+  std::function<void()> nextDue() MOLVANE_EXCLUDES(mutex_);
 
   Mutex mutex_;
   Condition changed_;
-  std::map<Moment, std::function<void()>> armed_ GUARDED_BY(mutex_);
-  Handle lastHandle_ GUARDED_BY(mutex_) = 0;
-  bool stopping_ GUARDED_BY(mutex_) = false;
-  Thread thread_ GUARDED_BY(mutex_);
+  std::map<Moment, std::function<void()>> armed_ MOLVANE_GUARDED_BY(mutex_);
+  Handle lastHandle_ MOLVANE_GUARDED_BY(mutex_) = 0;
+  bool stopping_ MOLVANE_GUARDED_BY(mutex_) = false;
+  Thread thread_ MOLVANE_GUARDED_BY(mutex_);
 };
 
 }  // namespace molvane

@@ -41,21 +41,21 @@ class ScheduleStore {
   [[nodiscard]] const std::optional<BrokenFile>& brokenFile() const noexcept { return brokenFile_; }
 
   /// All tasks, in the order in which they were added.
-  [[nodiscard]] std::vector<ScheduledTask> tasks() const EXCLUDES(lock_);
+  [[nodiscard]] std::vector<ScheduledTask> tasks() const MOLVANE_EXCLUDES(lock_);
 
   // The following throw, when the file cannot be written, std::system_error, or what encodedScheduleFile
   // throws.
 
   /// Adds the task, or puts it in the place of the one with its identifier. Its nextRun is kept as given; for
   /// a new task that is schedule.nextRun(now, calendar) as a rule.
-  void upsert(ScheduledTask task) EXCLUDES(changing_, lock_);
+  void upsert(ScheduledTask task) MOLVANE_EXCLUDES(changing_, lock_);
 
   /// Removes the task; false when there is none of that identifier.
-  bool remove(const Uuid& id) EXCLUDES(changing_, lock_);
+  bool remove(const Uuid& id) MOLVANE_EXCLUDES(changing_, lock_);
 
   /// The tasks to run at `now`, in order: those that are enabled, whose next run has come, and which are at
   /// most `missedGrace` seconds late or are to run however late.
-  [[nodiscard]] std::vector<ScheduledTask> due(Date now, double missedGrace) const EXCLUDES(lock_);
+  [[nodiscard]] std::vector<ScheduledTask> due(Date now, double missedGrace) const MOLVANE_EXCLUDES(lock_);
 
   /// Records that the task began to run at `at`, with what came of it if that is known, and moves its next
   /// run on; false when there is none of that identifier. Throws std::out_of_range for a time outside the
@@ -65,29 +65,29 @@ class ScheduleStore {
   /// run, so that a clock set back between due and markRun does not make it run again; a run further ahead
   /// was one beside the schedule, and the next run does not come earlier for it. A task that had none gets
   /// one. Where a schedule's hours lead out of the calendar, the run is a day later.
-  bool markRun(const Uuid& id, Date at, std::optional<RunOutcome> outcome) EXCLUDES(changing_, lock_);
+  bool markRun(const Uuid& id, Date at, std::optional<RunOutcome> outcome) MOLVANE_EXCLUDES(changing_, lock_);
 
   /// Passes over the runs that due leaves out at `now` for being late: moves the next run of those tasks to
   /// the first after `now`. Returns these tasks as they were, with the run that they missed.
-  std::vector<ScheduledTask> skipMissed(Date now, double missedGrace) EXCLUDES(changing_, lock_);
+  std::vector<ScheduledTask> skipMissed(Date now, double missedGrace) MOLVANE_EXCLUDES(changing_, lock_);
 
  private:
   using Tasks = std::vector<std::shared_ptr<const ScheduledTask>>;
 
   void load();
-  [[nodiscard]] std::shared_ptr<const Tasks> snapshot() const EXCLUDES(lock_);
-  void commit(Tasks tasks) REQUIRES(changing_) EXCLUDES(lock_);
-  void persist(const Tasks& tasks) REQUIRES(changing_);
+  [[nodiscard]] std::shared_ptr<const Tasks> snapshot() const MOLVANE_EXCLUDES(lock_);
+  void commit(Tasks tasks) MOLVANE_REQUIRES(changing_) MOLVANE_EXCLUDES(lock_);
+  void persist(const Tasks& tasks) MOLVANE_REQUIRES(changing_);
   [[nodiscard]] Date runAfter(const Schedule& schedule, Date moment) const;
 
   /// Held over a whole change and the writing of it, so that the file sees changes in their order.
   mutable Mutex changing_;
   /// Held for as long as it takes to look at the list or to replace it.
   mutable Mutex lock_;
-  std::shared_ptr<const Tasks> tasks_ GUARDED_BY(lock_);
+  std::shared_ptr<const Tasks> tasks_ MOLVANE_GUARDED_BY(lock_);
   std::optional<std::filesystem::path> fileURL_;
   /// Whether what killed writers left beside the file has been removed.
-  bool tidied_ GUARDED_BY(changing_) = false;
+  bool tidied_ MOLVANE_GUARDED_BY(changing_) = false;
   Calendar calendar_;
   std::optional<BrokenFile> brokenFile_;
 };

@@ -48,7 +48,7 @@ bool isZoneName(std::string_view name) {
 /// Every zone that was asked for and exists.
 class LoadedZones {
  public:
-  Rules rules(std::string_view name) EXCLUDES(mutex_) {
+  Rules rules(std::string_view name) MOLVANE_EXCLUDES(mutex_) {
     if (Rules known = find(name)) return known;
     Rules read = rulesInFile(std::string(kZoneFolder).append(name));
     if (!read) return nullptr;
@@ -57,14 +57,14 @@ class LoadedZones {
   }
 
  private:
-  Rules find(std::string_view name) EXCLUDES(mutex_) {
+  Rules find(std::string_view name) MOLVANE_EXCLUDES(mutex_) {
     const MutexLock lock(mutex_);
     const auto known = rules_.find(name);
     return known == rules_.end() ? nullptr : known->second;
   }
 
   Mutex mutex_;
-  std::map<std::string, Rules, std::less<>> rules_ GUARDED_BY(mutex_);
+  std::map<std::string, Rules, std::less<>> rules_ MOLVANE_GUARDED_BY(mutex_);
 };
 
 Rules loadedRules(std::string_view name) {

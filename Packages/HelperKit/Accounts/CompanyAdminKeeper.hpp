@@ -63,34 +63,35 @@ class CompanyAdminKeeper {
   /// Brings the machine in line with the configuration, `now` being the time, and says how things are then.
   /// What went wrong is the status's problem: "invalid-name", "exists" for an account that the helper did not
   /// make, or a sentence of the tool or the system that failed. Never throws for what fails.
-  [[nodiscard]] CompanyAdminStatus apply(const CompanyAdminConfig& config, Date now) EXCLUDES(lock_);
+  [[nodiscard]] CompanyAdminStatus apply(const CompanyAdminConfig& config, Date now) MOLVANE_EXCLUDES(lock_);
 
   /// The account and its password; nothing when none is managed. May have to set the password for that.
   /// Throws PasswordUnknown.
-  [[nodiscard]] std::optional<Credentials> password() EXCLUDES(lock_);
+  [[nodiscard]] std::optional<Credentials> password() MOLVANE_EXCLUDES(lock_);
 
   /// Short name of the managed account, also of one whose creation was cut short; nothing when there is none.
-  [[nodiscard]] std::optional<std::string> managedName() EXCLUDES(lock_);
+  [[nodiscard]] std::optional<std::string> managedName() MOLVANE_EXCLUDES(lock_);
 
  private:
   using Step = LocalAccountRunner::Step;
   struct Record;
   struct Outcome;
 
-  [[nodiscard]] Record load() const REQUIRES(lock_);
+  [[nodiscard]] Record load() const MOLVANE_REQUIRES(lock_);
   [[nodiscard]] std::optional<std::string> bringInLine(const CompanyAdminConfig& config, Date now)
-      REQUIRES(lock_);
+      MOLVANE_REQUIRES(lock_);
   [[nodiscard]] CompanyAdminStatus status(const CompanyAdminConfig& config,
-                                          std::optional<std::string> problem) const REQUIRES(lock_);
-  void create(const CompanyAdminConfig& config, Date now) REQUIRES(lock_);
-  void rotate(const State& current, Date now) REQUIRES(lock_);
-  void settle(const Record& record, const LocalAccount& account) REQUIRES(lock_);
-  [[nodiscard]] Credentials settled(const Record& record, const LocalAccount& account) REQUIRES(lock_);
-  void finishCreation(const LocalAccount& account) REQUIRES(lock_);
-  void commit(const State& state) REQUIRES(lock_);
-  void setEnabled(const std::string& name, bool enabled) REQUIRES(lock_);
-  [[nodiscard]] bool works(const State& state) const REQUIRES(lock_);
-  [[nodiscard]] Outcome runAll(const std::vector<Step>& steps) const REQUIRES(lock_);
+                                          std::optional<std::string> problem) const MOLVANE_REQUIRES(lock_);
+  void create(const CompanyAdminConfig& config, Date now) MOLVANE_REQUIRES(lock_);
+  void rotate(const State& current, Date now) MOLVANE_REQUIRES(lock_);
+  void settle(const Record& record, const LocalAccount& account) MOLVANE_REQUIRES(lock_);
+  [[nodiscard]] Credentials settled(const Record& record, const LocalAccount& account)
+      MOLVANE_REQUIRES(lock_);
+  void finishCreation(const LocalAccount& account) MOLVANE_REQUIRES(lock_);
+  void commit(const State& state) MOLVANE_REQUIRES(lock_);
+  void setEnabled(const std::string& name, bool enabled) MOLVANE_REQUIRES(lock_);
+  [[nodiscard]] bool works(const State& state) const MOLVANE_REQUIRES(lock_);
+  [[nodiscard]] Outcome runAll(const std::vector<Step>& steps) const MOLVANE_REQUIRES(lock_);
 
   const Machine machine_;
   Mutex lock_;

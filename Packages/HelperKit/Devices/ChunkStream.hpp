@@ -74,8 +74,8 @@ class ChunkStream {
   void read();
   void hash();
   void stop();
-  [[nodiscard]] bool hasRoom() const REQUIRES(mutex_);
-  void rethrowFailure() const REQUIRES(mutex_);
+  [[nodiscard]] bool hasRoom() const MOLVANE_REQUIRES(mutex_);
+  void rethrowFailure() const MOLVANE_REQUIRES(mutex_);
 
   const ChunkBuffer& buffer_;
   const Source source_;
@@ -83,14 +83,14 @@ class ChunkStream {
 
   Mutex mutex_;
   Condition changed_;
-  std::array<ChunkRead, ChunkBuffer::kChunks> reads_ GUARDED_BY(mutex_){};
+  std::array<ChunkRead, ChunkBuffer::kChunks> reads_ MOLVANE_GUARDED_BY(mutex_){};
   // Chunks since the beginning: read, hashed, given to the caller, given up by it.
-  std::uint64_t read_ GUARDED_BY(mutex_) = 0;
-  std::uint64_t hashed_ GUARDED_BY(mutex_) = 0;
-  std::uint64_t given_ GUARDED_BY(mutex_) = 0;
-  std::uint64_t givenUp_ GUARDED_BY(mutex_) = 0;
-  bool stopping_ GUARDED_BY(mutex_) = false;
-  std::exception_ptr failure_ GUARDED_BY(mutex_);
+  std::uint64_t read_ MOLVANE_GUARDED_BY(mutex_) = 0;
+  std::uint64_t hashed_ MOLVANE_GUARDED_BY(mutex_) = 0;
+  std::uint64_t given_ MOLVANE_GUARDED_BY(mutex_) = 0;
+  std::uint64_t givenUp_ MOLVANE_GUARDED_BY(mutex_) = 0;
+  bool stopping_ MOLVANE_GUARDED_BY(mutex_) = false;
+  std::exception_ptr failure_ MOLVANE_GUARDED_BY(mutex_);
 
   Thread hashing_;
   Thread reading_;

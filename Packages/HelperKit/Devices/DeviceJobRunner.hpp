@@ -65,14 +65,14 @@ class DeviceJobRunner {
                              std::uint32_t peerUID) const;
   [[nodiscard]] Planned plan(const DevicePolicy& policy, const SetTimeMachineDestination& job,
                              std::uint32_t peerUID) const;
-  void launch(const std::string& id, const Work& work) EXCLUDES(mutex_);
+  void launch(const std::string& id, const Work& work) MOLVANE_EXCLUDES(mutex_);
 
   const DevicePolicyFactory makePolicy_;
   const RawDeviceOpener openDevice_;
   DeviceJobTable table_;
 
   Mutex mutex_;
-  std::list<Running> running_ GUARDED_BY(mutex_);
+  std::list<Running> running_ MOLVANE_GUARDED_BY(mutex_);
 };
 
 }  // namespace molvane

@@ -18,29 +18,30 @@ namespace molvane {
 class DeviceJobTable {
  public:
   /// Registers a job.
-  void add(const std::string& id, DeviceJobStatus status) EXCLUDES(mutex_);
+  void add(const std::string& id, DeviceJobStatus status) MOLVANE_EXCLUDES(mutex_);
   /// Takes back the registration of a job that never began.
-  void remove(const std::string& id) EXCLUDES(mutex_);
+  void remove(const std::string& id) MOLVANE_EXCLUDES(mutex_);
 
   /// A copy; nothing for an identifier that no job has.
-  [[nodiscard]] std::optional<DeviceJobStatus> status(const std::string& id) const EXCLUDES(mutex_);
+  [[nodiscard]] std::optional<DeviceJobStatus> status(const std::string& id) const MOLVANE_EXCLUDES(mutex_);
 
   /// Asks a job to stop; false when there is no such job or it has ended.
-  bool cancel(const std::string& id) EXCLUDES(mutex_);
-  [[nodiscard]] bool isCancelled(const std::string& id) const EXCLUDES(mutex_);
+  bool cancel(const std::string& id) MOLVANE_EXCLUDES(mutex_);
+  [[nodiscard]] bool isCancelled(const std::string& id) const MOLVANE_EXCLUDES(mutex_);
 
   /// Tells all jobs that the process ends.
-  void end() EXCLUDES(mutex_);
-  [[nodiscard]] bool isEnding() const EXCLUDES(mutex_);
+  void end() MOLVANE_EXCLUDES(mutex_);
+  [[nodiscard]] bool isEnding() const MOLVANE_EXCLUDES(mutex_);
 
   /// Changes a status. `change` runs under the lock: it touches the status and nothing else.
-  void update(const std::string& id, const std::function<void(DeviceJobStatus&)>& change) EXCLUDES(mutex_);
+  void update(const std::string& id, const std::function<void(DeviceJobStatus&)>& change)
+      MOLVANE_EXCLUDES(mutex_);
 
  private:
   mutable Mutex mutex_;
-  std::map<std::string, DeviceJobStatus> statuses_ GUARDED_BY(mutex_);
-  std::set<std::string> cancelled_ GUARDED_BY(mutex_);
-  bool isEnding_ GUARDED_BY(mutex_) = false;
+  std::map<std::string, DeviceJobStatus> statuses_ MOLVANE_GUARDED_BY(mutex_);
+  std::set<std::string> cancelled_ MOLVANE_GUARDED_BY(mutex_);
+  bool isEnding_ MOLVANE_GUARDED_BY(mutex_) = false;
 };
 
 /// How a job ended.

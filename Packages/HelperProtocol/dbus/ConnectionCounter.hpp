@@ -39,8 +39,8 @@ class ConnectionCounter {
   const std::size_t perUser_;
   const std::size_t inAll_;
   Mutex mutex_;
-  std::size_t total_ GUARDED_BY(mutex_) = 0;
-  std::map<std::uint32_t, std::size_t> ofUser_ GUARDED_BY(mutex_);
+  std::size_t total_ MOLVANE_GUARDED_BY(mutex_) = 0;
+  std::map<std::uint32_t, std::size_t> ofUser_ MOLVANE_GUARDED_BY(mutex_);
 };
 
 }  // namespace molvane::dbus

@@ -130,9 +130,9 @@ class RecordingHelper : public MolvaneHelperXPCProtocol {
   }
 
   Mutex mutex_;
-  Answers answers_ GUARDED_BY(mutex_);
-  std::function<bool()> beforeReply_ GUARDED_BY(mutex_);
-  std::vector<Call> calls_ GUARDED_BY(mutex_);
+  Answers answers_ MOLVANE_GUARDED_BY(mutex_);
+  std::function<bool()> beforeReply_ MOLVANE_GUARDED_BY(mutex_);
+  std::vector<Call> calls_ MOLVANE_GUARDED_BY(mutex_);
 };
 
 }  // namespace molvane::testing

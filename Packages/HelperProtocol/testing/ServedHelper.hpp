@@ -73,8 +73,8 @@ class ServedHelper : private ListenerDelegate {
   FakeCodeSigning codeSigning_{options_.codeProblem};
   Mutex mutex_;
   Condition changed_;
-  int resumed_ GUARDED_BY(mutex_) = 0;
-  int invalidated_ GUARDED_BY(mutex_) = 0;
+  int resumed_ MOLVANE_GUARDED_BY(mutex_) = 0;
+  int invalidated_ MOLVANE_GUARDED_BY(mutex_) = 0;
   std::unique_ptr<dbus::SocketListener> listener_;
 };
 

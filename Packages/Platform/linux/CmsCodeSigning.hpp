@@ -72,7 +72,7 @@ class CmsCodeSigning : public CodeSigning {
   RememberedChecks remembered_;
   std::atomic<std::uint64_t> fullChecks_ = 0;
   Mutex mutex_;
-  std::shared_ptr<const InstalledRoot> root_ GUARDED_BY(mutex_);
+  std::shared_ptr<const InstalledRoot> root_ MOLVANE_GUARDED_BY(mutex_);
 };
 
 }  // namespace molvane

@@ -29,7 +29,7 @@ struct ClaimedDisks {
   // Held while a disk is opened and given back, and that alone: of two jobs that begin and end at once
   // neither may take the other for a stranger.
   Mutex mutex;
-  std::map<dev_t, ClaimedDisk> byNumber GUARDED_BY(mutex);
+  std::map<dev_t, ClaimedDisk> byNumber MOLVANE_GUARDED_BY(mutex);
 };
 
 ClaimedDisks& claimedDisks() {

@@ -50,12 +50,13 @@ class RememberedChecks {
   using Checks = std::list<std::shared_ptr<const RememberedCheck>>;
 
   // The check, moved to the front; end() when there is none.
-  Checks::iterator locate(const FileIdentity& executable, std::string_view requirement) REQUIRES(mutex_);
+  Checks::iterator locate(const FileIdentity& executable, std::string_view requirement)
+      MOLVANE_REQUIRES(mutex_);
   Checks insert(RememberedCheck check);
 
   const std::string folder_;
   Mutex mutex_;
-  Checks checks_ GUARDED_BY(mutex_);  // the most recent first
+  Checks checks_ MOLVANE_GUARDED_BY(mutex_);  // the most recent first
 };
 
 }  // namespace molvane

@@ -35,27 +35,27 @@ class LeftoverProcesses {
 
   /// Throws std::system_error (EAGAIN) when there are kMost or more. What was started before may still be
   /// left behind, so the number can grow beyond it by as many tools as run now.
-  void requireRoom() EXCLUDES(mutex_);
+  void requireRoom() MOLVANE_EXCLUDES(mutex_);
 
-  void adopt(UnreapedProcess process) noexcept EXCLUDES(mutex_);
+  void adopt(UnreapedProcess process) noexcept MOLVANE_EXCLUDES(mutex_);
 
   /// Waits until all have ended and been reaped; false when that did not happen before `deadline`.
-  bool waitUntilNone(std::chrono::steady_clock::time_point deadline) EXCLUDES(mutex_);
+  bool waitUntilNone(std::chrono::steady_clock::time_point deadline) MOLVANE_EXCLUDES(mutex_);
 
  private:
   LeftoverProcesses();
 
-  void startKeeper() noexcept REQUIRES(mutex_);
-  void keep() EXCLUDES(mutex_);
-  bool takeArrivals(std::vector<UnreapedProcess>& kept) EXCLUDES(mutex_);
+  void startKeeper() noexcept MOLVANE_REQUIRES(mutex_);
+  void keep() MOLVANE_EXCLUDES(mutex_);
+  bool takeArrivals(std::vector<UnreapedProcess>& kept) MOLVANE_EXCLUDES(mutex_);
   void waitForEvent(std::vector<UnreapedProcess>& kept);
 
   const Pipe wakeUp_;
   Mutex mutex_;
   Condition noneLeft_;
-  std::vector<UnreapedProcess> arrived_ GUARDED_BY(mutex_);
-  std::size_t kept_ GUARDED_BY(mutex_) = 0;
-  bool keeperRuns_ GUARDED_BY(mutex_) = false;
+  std::vector<UnreapedProcess> arrived_ MOLVANE_GUARDED_BY(mutex_);
+  std::size_t kept_ MOLVANE_GUARDED_BY(mutex_) = 0;
+  bool keeperRuns_ MOLVANE_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace molvane

@@ -15,13 +15,13 @@ namespace molvane::testing {
 /// a time may advance, and the functions run on it.
 class ManualTimerQueue : public TimerQueue {
  public:
-  Handle callAfter(Duration delay, std::function<void()> function) override EXCLUDES(mutex_) {
+  Handle callAfter(Duration delay, std::function<void()> function) override MOLVANE_EXCLUDES(mutex_) {
     MutexLock lock(mutex_);
     armed_.emplace(Moment{now_ + std::max(delay, Duration::zero()), ++lastHandle_}, std::move(function));
     return lastHandle_;
   }
 
-  void cancel(Handle handle) override EXCLUDES(mutex_) {
+  void cancel(Handle handle) override MOLVANE_EXCLUDES(mutex_) {
     decltype(armed_)::node_type cancelled;
     MutexLock lock(mutex_);
     const auto found = std::find_if(armed_.begin(), armed_.end(),
@@ -31,7 +31,7 @@ class ManualTimerQueue : public TimerQueue {
 
   /// Moves the time on and runs what falls due on the way, in order, each at its own moment; also what the
   /// functions themselves arm within the span.
-  void advance(Duration span) EXCLUDES(mutex_) {
+  void advance(Duration span) MOLVANE_EXCLUDES(mutex_) {
     const Duration end = now() + span;
     while (const std::function<void()> function = nextDueBy(end)) function();
   }
@@ -39,12 +39,12 @@ class ManualTimerQueue : public TimerQueue {
  private:
   using Moment = std::pair<Duration, Handle>;
 
-  Duration now() EXCLUDES(mutex_) {
+  Duration now() MOLVANE_EXCLUDES(mutex_) {
     MutexLock lock(mutex_);
     return now_;
   }
 
-  std::function<void()> nextDueBy(Duration end) EXCLUDES(mutex_) {
+  std::function<void()> nextDueBy(Duration end) MOLVANE_EXCLUDES(mutex_) {
     MutexLock lock(mutex_);
     if (armed_.empty() || armed_.begin()->first.first > end) {
       now_ = end;
@@ -55,9 +55,9 @@ class ManualTimerQueue : public TimerQueue {
   }
 
   Mutex mutex_;
-  std::map<Moment, std::function<void()>> armed_ GUARDED_BY(mutex_);
-  Duration now_ GUARDED_BY(mutex_){};
-  Handle lastHandle_ GUARDED_BY(mutex_) = 0;
+  std::map<Moment, std::function<void()>> armed_ MOLVANE_GUARDED_BY(mutex_);
+  Duration now_ MOLVANE_GUARDED_BY(mutex_){};
+  Handle lastHandle_ MOLVANE_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace molvane::testing
