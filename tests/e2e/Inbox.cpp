@@ -6,10 +6,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
+
+#include "Platform/FileDescriptor.hpp"
 
 namespace molvane::e2e {
 
@@ -115,11 +118,22 @@ std::string Inbox::addPackage(const std::string& name, const fs::path& file, con
   return path_ / name;
 }
 
-Persistent::Persistent(Person who, const std::function<void()>& step) : pid_(fork()) {
+Persistent::Persistent(Person who, const std::function<void()>& step) {
+  std::array<int, 2> ends{};
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) throw std::runtime_error("pipe");
+  FileDescriptor begun(ends[0]);
+  FileDescriptor toTell(ends[1]);
+  pid_ = fork();
   if (pid_ < 0) throw std::runtime_error("fork");
-  if (pid_ > 0) return;
-  become(who);
-  for (;;) step();
+  if (pid_ == 0) {
+    become(who);
+    step();
+    toTell.reset();
+    for (;;) step();
+  }
+  toTell.reset();
+  char end = 0;
+  static_cast<void>(read(begun.get(), &end, 1));
 }
 
 Persistent::~Persistent() {

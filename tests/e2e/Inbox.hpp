@@ -60,8 +60,8 @@ class Inbox {
   std::filesystem::path path_;
 };
 
-/// A process of a person's own that does one thing again and again until its object goes. `step` must not
-/// touch what a forked process must not.
+/// A process of a person's own that does one thing again and again until its object goes; it is under way
+/// when the object has been made. `step` must not touch what a forked process must not.
 class Persistent {
  public:
   Persistent(Person who, const std::function<void()>& step);
