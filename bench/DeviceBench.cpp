@@ -33,8 +33,8 @@ namespace {
 using testing::LoopDevice;
 using Phase = DeviceJobStatus::Phase;
 
-constexpr int kRounds = 5;
-constexpr int kSlowPeerRounds = 1;
+constexpr int kRounds = 9;
+constexpr int kSlowPeerRounds = 3;
 constexpr int kJobs = 20;
 constexpr double kMebibytesPerJob = 17;
 

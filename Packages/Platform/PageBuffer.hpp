@@ -6,7 +6,7 @@
 namespace molvane {
 
 /// Zero-filled memory that begins on a page, as devices want it. It is taken from the system and goes back
-/// to it; pages that were never touched cost nothing.
+/// to it; pages, large ones where the system has them, cost nothing before they are touched.
 class PageBuffer {
  public:
   /// Throws std::system_error (ENOMEM). `size` is in bytes and not 0.

@@ -18,41 +18,50 @@ class ChunkRescue {
       : device_(device), chunk_(chunk), offset_(offset), blockSize_(blockSize), givenUp_(givenUp) {}
 
   std::optional<std::int64_t> run() {
-    readParts(0, chunk_.size());
+    rescueParts(0, chunk_.size());
     if (isGivenUp_) return std::nullopt;
     return badBlocks_;
   }
 
  private:
-  void readParts(std::size_t begin, std::size_t end) {
+  // A stretch that did not read as a whole.
+  void rescueParts(std::size_t begin, std::size_t end) {
     const std::size_t blocks = (end - begin + blockSize_ - 1) / blockSize_;
     const std::size_t part = blocks <= kFewBlocks ? blockSize_ : (blocks + kParts - 1) / kParts * blockSize_;
-    const std::int64_t before = badBlocks_;
+    std::int64_t badBefore = badBlocks_;
+    bool isRestTried = false;
     for (std::size_t position = begin; position < end && !isGivenUp_; position += part) {
       const std::size_t partEnd = std::min(position + part, end);
       // Where all parts before were whole, the last one holds what is bad.
-      readRange(position, partEnd, partEnd == end && badBlocks_ == before);
+      rescue(position, partEnd, partEnd == end && badBlocks_ == badBefore);
+      if (isRestTried || badBlocks_ == badBefore || partEnd == end) continue;
+      // What is bad mostly lies together, so what follows it is tried at once.
+      isRestTried = true;
+      if (readUpTo(partEnd, end) == end) return;
+      badBefore = badBlocks_;
     }
   }
 
-  void readRange(std::size_t position, std::size_t end, bool isKnownBad) {
+  void rescue(std::size_t begin, std::size_t end, bool isKnownBad) {
+    if (!isKnownBad || end - begin <= blockSize_) begin = readUpTo(begin, end);
+    if (begin == end || isGivenUp_) return;
+    if (end - begin > blockSize_) return rescueParts(begin, end);
+    const std::span<std::byte> block = chunk_.subspan(begin, end - begin);
+    std::fill(block.begin(), block.end(), std::byte{0});
+    ++badBlocks_;
+  }
+
+  // Reads from `position` on, and returns where a request came to nothing, or `end`.
+  std::size_t readUpTo(std::size_t position, std::size_t end) {
     while (position < end) {
-      const bool isBlock = end - position <= blockSize_;
-      if (isKnownBad && !isBlock) return readParts(position, end);
       isGivenUp_ = isGivenUp_ || givenUp_();
-      if (isGivenUp_) return;
+      if (isGivenUp_) break;
       const std::span<std::byte> bytes = chunk_.subspan(position, end - position);
       const IoResult read = device_.readAt(bytes, offset_ + static_cast<std::int64_t>(position));
-      if (read.error == 0 && read.count > 0) {
-        position += read.count;
-      } else if (isBlock) {
-        std::fill(bytes.begin(), bytes.end(), std::byte{0});
-        ++badBlocks_;
-        return;
-      } else {
-        return readParts(position, end);
-      }
+      if (read.error != 0 || read.count == 0) break;
+      position += read.count;
     }
+    return position;
   }
 
   RawDevice& device_;

@@ -24,7 +24,8 @@ void ChunkStream::stop() {
     const MutexLock lock(mutex_);
     stopping_ = true;
   }
-  changed_.notify_all();
+  arrived_.notify_all();
+  released_.notify_all();
 }
 
 bool ChunkStream::hasRoom() const {
@@ -40,7 +41,7 @@ void ChunkStream::read() {
   for (std::uint64_t number = 0;; ++number) {
     {
       const MutexLock lock(mutex_);
-      while (!hasRoom() && !stopping_) changed_.wait(mutex_);
+      while (!hasRoom() && !stopping_) released_.wait(mutex_);
       if (stopping_) return;
     }
     ChunkRead read;
@@ -57,7 +58,7 @@ void ChunkStream::read() {
       if (failure) failure_ = failure;
       ++read_;
     }
-    changed_.notify_all();
+    arrived_.notify_all();
     if (isLast) return;
   }
 }
@@ -67,7 +68,7 @@ void ChunkStream::hash() {
     std::size_t count = 0;
     {
       const MutexLock lock(mutex_);
-      while (number == read_ && !stopping_) changed_.wait(mutex_);
+      while (number == read_ && !stopping_) arrived_.wait(mutex_);
       if (stopping_) return;
       count = reads_[number % ChunkBuffer::kChunks].count;
     }
@@ -82,7 +83,7 @@ void ChunkStream::hash() {
       if (failure) failure_ = failure;
       ++hashed_;
     }
-    changed_.notify_all();
+    released_.notify_all();
   }
 }
 
@@ -91,8 +92,8 @@ ChunkStream::Chunk ChunkStream::next() {
   {
     const MutexLock lock(mutex_);
     givenUp_ = given_;
-    changed_.notify_all();
-    while (read_ == given_) changed_.wait(mutex_);
+    released_.notify_all();
+    while (read_ == given_) arrived_.wait(mutex_);
     rethrowFailure();
     static_cast<ChunkRead&>(chunk) = reads_[given_ % ChunkBuffer::kChunks];
     chunk.memory = buffer_.chunk(given_);
@@ -104,7 +105,7 @@ ChunkStream::Chunk ChunkStream::next() {
 void ChunkStream::finish() {
   {
     const MutexLock lock(mutex_);
-    while (hasher_ != nullptr && hashed_ < given_ && !failure_) changed_.wait(mutex_);
+    while (hasher_ != nullptr && hashed_ < given_ && !failure_) released_.wait(mutex_);
     rethrowFailure();
   }
   stop();

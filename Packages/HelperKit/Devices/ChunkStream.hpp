@@ -82,7 +82,8 @@ class ChunkStream {
   Sha256* const hasher_;  // the hashing thread's until it is joined
 
   Mutex mutex_;
-  Condition changed_;
+  Condition arrived_;   // a chunk has been read
+  Condition released_;  // a chunk has been hashed, or given up
   std::array<ChunkRead, ChunkBuffer::kChunks> reads_ MOLVANE_GUARDED_BY(mutex_){};
   // Chunks since the beginning: read, hashed, given to the caller, given up by it.
   std::uint64_t read_ MOLVANE_GUARDED_BY(mutex_) = 0;
