@@ -17,10 +17,10 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::size_t kPackageMebibytes = 1024;
-constexpr int kStagingRounds = 7;
+constexpr int kStagingRounds = 11;
 constexpr int kFolders = 200;
 constexpr int kFilesEach = 100;
-constexpr int kRemovalRounds = 7;
+constexpr int kRemovalRounds = 3;
 
 std::string makePackage(const std::string& home) {
   const std::string folder = companyInbox(home);

@@ -36,8 +36,9 @@ void runProgram(const std::string& executable, const std::vector<std::string>& a
 /// Writes out what is to be written and empties the page cache. Needs root.
 void forgetCaches();
 
-/// Leaves so many bytes free that were in use just now. A virtual machine gets memory that it has not used
-/// for a while from its host first; that takes seconds, and would be counted with one side or the other.
+/// Leaves so many bytes free that were in use just now, and more, where there is as much. A virtual machine
+/// gets memory that it has not used for a while from its host first, and soon gives it back; that takes
+/// seconds, and would be counted with one side or the other.
 void claimMemory(std::size_t bytes);
 
 /// A folder on the disk, gone at the end.
