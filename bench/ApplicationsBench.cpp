@@ -10,6 +10,7 @@
 #include "HelperKit/Applications/AppRemovalRunner.hpp"
 #include "HelperKit/Applications/PackageInstallPolicy.hpp"
 #include "Measuring.hpp"
+#include "Platform/testing/TemporaryFolder.hpp"
 
 namespace molvane::bench {
 namespace {
@@ -71,7 +72,7 @@ Comparison compareRemoval(const std::string& home) {
 }  // namespace
 
 std::vector<Comparison> benchApplications() {
-  const DiskFolder home;
+  const TemporaryFolder home(kDiskFolders);
   std::vector<Comparison> rows{compareStaging(home.path())};
   rows.push_back(compareRemoval(home.path()));
   return rows;

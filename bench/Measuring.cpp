@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
@@ -79,15 +78,6 @@ void claimMemory(std::size_t bytes) {
       static_cast<std::size_t>(sysconf(_SC_AVPHYS_PAGES)) * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
   const PageBuffer memory(std::min(kSurplus * bytes, free / 2));
   std::fill(memory.bytes().begin(), memory.bytes().end(), std::byte{1});
-}
-
-DiskFolder::DiskFolder() : path_("/var/tmp/molvane-bench-XXXXXX") {
-  if (mkdtemp(path_.data()) == nullptr) throw std::runtime_error("no scratch folder");
-}
-
-DiskFolder::~DiskFolder() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
 }
 
 void makeFileTree(const std::string& path, int folders, int filesEach) {

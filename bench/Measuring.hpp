@@ -41,19 +41,8 @@ void forgetCaches();
 /// seconds, and would be counted with one side or the other.
 void claimMemory(std::size_t bytes);
 
-/// A folder on the disk, gone at the end.
-class DiskFolder {
- public:
-  DiskFolder();
-  ~DiskFolder();
-  DiskFolder(const DiskFolder&) = delete;
-  DiskFolder& operator=(const DiskFolder&) = delete;
-
-  [[nodiscard]] const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
+/// Where folders lie on the disk and not in memory.
+inline constexpr const char* kDiskFolders = "/var/tmp";
 
 /// Fills the folder at `path`, which is made, with `folders` folders of `filesEach` small files.
 void makeFileTree(const std::string& path, int folders, int filesEach);

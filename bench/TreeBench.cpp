@@ -6,6 +6,7 @@
 
 #include "Benchmarks.hpp"
 #include "Measuring.hpp"
+#include "Platform/testing/TemporaryFolder.hpp"
 
 namespace molvane::bench {
 namespace {
@@ -49,7 +50,7 @@ Comparison compareRemoval(const std::string& tree) {
 }  // namespace
 
 std::vector<Comparison> benchTrees() {
-  const DiskFolder scratch;
+  const TemporaryFolder scratch(kDiskFolders);
   const std::string tree = scratch.path() + "/measured";
   makeFileTree(tree, kFolders, kFilesEach);
   std::vector<Comparison> rows{compareSizing(tree, false)};

@@ -8,7 +8,9 @@
 
 namespace molvane {
 
-TemporaryFolder::TemporaryFolder() : path_(std::filesystem::temp_directory_path() / "molvane-test-XXXXXX") {
+TemporaryFolder::TemporaryFolder() : TemporaryFolder(std::filesystem::temp_directory_path().string()) {}
+
+TemporaryFolder::TemporaryFolder(const std::string& parent) : path_(parent + "/molvane-test-XXXXXX") {
   if (mkdtemp(path_.data()) == nullptr) throwErrno("create " + path_);
 }
 

@@ -8,6 +8,7 @@ namespace molvane {
 class TemporaryFolder {
  public:
   TemporaryFolder();
+  explicit TemporaryFolder(const std::string& parent);
   ~TemporaryFolder();
   TemporaryFolder(const TemporaryFolder&) = delete;
   TemporaryFolder& operator=(const TemporaryFolder&) = delete;
