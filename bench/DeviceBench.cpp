@@ -34,7 +34,7 @@ using testing::LoopDevice;
 using Phase = DeviceJobStatus::Phase;
 
 constexpr int kRounds = 9;
-constexpr int kSlowPeerRounds = 3;
+constexpr int kSlowPeerRounds = 5;
 constexpr int kJobs = 20;
 constexpr double kMebibytesPerJob = 17;
 
@@ -82,12 +82,6 @@ void imageDevice(const LoopDevice& device, std::int64_t size, const std::string&
 }
 
 void shell(const std::string& command) { runProgram("/bin/bash", {"-c", "set -e -o pipefail; " + command}); }
-
-// Ahead of making `file`, which lies in memory, anew.
-void makeRoom(const DeviceScratch& scratch, const std::string& file) {
-  fs::remove(file);
-  claimMemory(static_cast<std::size_t>(scratch.size()));
-}
 
 Comparison compare(
     const std::string& name, double atMost, const Work& ours, const Work& peer, int rounds = kRounds,
@@ -179,6 +173,7 @@ std::vector<Comparison> imaging(const DeviceScratch& scratch) {
   {
     const LoopDevice device(scratch.makeFile("memory/device"), {.isDirect = true});
     const std::string copy = scratch.path() + "/memory/copy.img";
+    WarmMemory memory(static_cast<std::size_t>(scratch.size()));
     const auto ours = [&] { imageDevice(device, scratch.size(), copy); };
     const auto peer = [&](const std::string& name, const std::string& command, int rounds) {
       rows.push_back(compare(
@@ -186,7 +181,11 @@ std::vector<Comparison> imaging(const DeviceScratch& scratch) {
           [&] {
             shell(fmt::format(fmt::runtime(command), fmt::arg("dev", device.path()), fmt::arg("copy", copy)));
           },
-          rounds, [&] { makeRoom(scratch, copy); }));
+          rounds,
+          [&] {
+            fs::remove(copy);
+            memory.renew();
+          }));
     };
     peer("dd into tee and openssl", "dd if={dev} bs=4M iflag=direct | tee {copy} | openssl dgst -sha256",
          kRounds);
@@ -217,6 +216,7 @@ Comparison rescuing(const DeviceScratch& scratch) {
   const DamagedFile damaged(scratch, scratch.makeFile("memory/damaged"), sectors);
   const LoopDevice device(damaged.path(), {.isDirect = true, .isReadOnly = true});
   const std::string copy = scratch.path() + "/memory/copy.img";
+  WarmMemory memory(static_cast<std::size_t>(scratch.size()));
   return compare(
       "image a device with 64 unreadable sectors / ddrescue -d, then openssl", 1.0 / 3,
       [&] { imageDevice(device, scratch.size(), copy, kBad); },
@@ -226,7 +226,8 @@ Comparison rescuing(const DeviceScratch& scratch) {
       kRounds,
       [&] {
         fs::remove(copy + ".map");
-        makeRoom(scratch, copy);
+        fs::remove(copy);
+        memory.renew();
       });
 }
 

@@ -10,10 +10,10 @@
 #include <fstream>
 #include <stdexcept>
 #include <string_view>
+#include <utility>
 
 #include "Platform/ChildProcess.hpp"
 #include "Platform/FileDescriptor.hpp"
-#include "Platform/PageBuffer.hpp"
 
 namespace molvane::bench {
 namespace {
@@ -71,13 +71,12 @@ void forgetCaches() {
   if (!knob || write(knob.get(), "3", 1) != 1) throw std::runtime_error("cold figures need root");
 }
 
-void claimMemory(std::size_t bytes) {
-  // Some of it goes back to the host before it is used again.
-  constexpr std::size_t kSurplus = 4;
-  const auto free =
-      static_cast<std::size_t>(sysconf(_SC_AVPHYS_PAGES)) * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-  const PageBuffer memory(std::min(kSurplus * bytes, free / 2));
-  std::fill(memory.bytes().begin(), memory.bytes().end(), std::byte{1});
+WarmMemory::WarmMemory(std::size_t bytes) : size_(bytes + bytes / 4) { renew(); }
+
+void WarmMemory::renew() {
+  auto used = std::make_unique<PageBuffer>(size_);
+  std::fill(used->bytes().begin(), used->bytes().end(), std::byte{1});
+  held_ = std::move(used);
 }
 
 void makeFileTree(const std::string& path, int folders, int filesEach) {

@@ -2,9 +2,11 @@
 
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "Platform/PageBuffer.hpp"
 #include "Report.hpp"
 
 namespace molvane::bench {
@@ -36,10 +38,21 @@ void runProgram(const std::string& executable, const std::vector<std::string>& a
 /// Writes out what is to be written and empties the page cache. Needs root.
 void forgetCaches();
 
-/// Leaves so many bytes free that were in use just now, and more, where there is as much. A virtual machine
-/// gets memory that it has not used for a while from its host first, and soon gives it back; that takes
-/// seconds, and would be counted with one side or the other.
-void claimMemory(std::size_t bytes);
+/// Memory for what is measured next. A virtual machine may give memory that lies free back to its host after
+/// a second or two; to get it again takes longer than most work, and would be counted with one side or the
+/// other. So this keeps as much in use as the work needs, and leaves it just ahead of the work.
+class WarmMemory {
+ public:
+  /// For work that fills so many bytes; a quarter more is kept.
+  explicit WarmMemory(std::size_t bytes);
+
+  /// Takes other memory into use, what the round before has freed among it, and leaves what it held.
+  void renew();
+
+ private:
+  std::size_t size_;
+  std::unique_ptr<PageBuffer> held_;
+};
 
 /// Where folders lie on the disk and not in memory.
 inline constexpr const char* kDiskFolders = "/var/tmp";
