@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -59,9 +58,6 @@ constexpr bool isUnicodeNewline(char32_t scalar) noexcept {
   return scalar == 0x0085 || scalar == 0x2028 || scalar == 0x2029;
 }
 
-// Far enough ahead that the memory has come when the walk has.
-constexpr std::ptrdiff_t kPrefetch = 2048;
-
 /// One walk over the bytes of a text. Greek and Cyrillic letters count by what else stands on their line, so
 /// a line is looked at more closely from its first such letter on and not before.
 class Scan {
@@ -90,7 +86,6 @@ class Scan {
 
   bool skipPlainBlock() {
     if (end_ - at_ < kBlock || isSecondHalfOfNewline()) return false;
-    __builtin_prefetch(at_ + std::min(kPrefetch, end_ - at_));
     const BlockSummary block = plainBlockSummary(at_);
     if (!block.plain) return false;
     if (block.newlines != 0) unread_ = at_;
