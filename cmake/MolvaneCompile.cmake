@@ -26,6 +26,10 @@ if(MOLVANE_SANITIZE)
   target_link_options(MolvaneCompile INTERFACE -fsanitize=${MOLVANE_SANITIZE})
 elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
   target_compile_options(MolvaneCompile INTERFACE -fstack-protector-strong -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+  # No function of ours is replaced when a program is loaded, so those that are called may be inlined.
+  if(NOT APPLE)
+    target_compile_options(MolvaneCompile INTERFACE -fno-semantic-interposition)
+  endif()
   target_link_options(MolvaneCompile INTERFACE -Wl,-z,relro,-z,now -Wl,--gc-sections)
 endif()
 

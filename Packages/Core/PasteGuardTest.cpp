@@ -61,7 +61,7 @@ std::string randomText(std::mt19937& random) {
   const unsigned length = random() % 40;
   for (unsigned i = 0; i < length; ++i) {
     if (random() % 8 == 0) {
-      text += std::string(random() % 150, random() % 2 == 0 ? 'x' : '7');
+      text += std::string(random() % 300, random() % 2 == 0 ? 'x' : '7');
     } else {
       text += pieces[random() % pieces.size()];
     }
@@ -116,9 +116,9 @@ TEST(PasteGuard, FastScanAgreesAtEveryDistanceFromABlock) {
                                           "\r\n",          "\r",       "\u0436\r\nz", "z\n\u0436", "\x7F\r\n",
                                           "\u0436\n\r\nz", "\t\n"};
   for (const std::string& mark : marks) {
-    for (std::size_t distance = 0; distance < 140; ++distance) {
+    for (std::size_t distance = 0; distance < 270; ++distance) {
       for (const char filler : {'1', 'x'}) {
-        const std::string text = std::string(distance, filler) + mark + std::string(150, filler) + mark + "1";
+        const std::string text = std::string(distance, filler) + mark + std::string(300, filler) + mark + "1";
         ASSERT_EQ(check(text).findings, countSlowly(text)) << distance << ' ' << testing::PrintToString(mark);
       }
     }

@@ -71,8 +71,7 @@ ByteView Decoder::take(std::size_t length) {
 }
 
 void Decoder::align(std::size_t alignment) {
-  const std::size_t padding = (alignment - position_ % alignment) % alignment;
-  for (const std::uint8_t byte : take(padding)) {
+  for (const std::uint8_t byte : take(paddingTo(alignment, position_))) {
     if (byte != 0) throw ProtocolError("padding that is not zero");
   }
 }

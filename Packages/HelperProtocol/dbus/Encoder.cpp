@@ -45,7 +45,8 @@ void Encoder::append(ByteView bytes) {
 }
 
 void Encoder::align(std::size_t alignment) {
-  const std::size_t padding = (alignment - buffer_.size() % alignment) % alignment;
+  const std::size_t padding = paddingTo(alignment, buffer_.size());
+  if (padding == 0) return;
   willGrowBy(padding);
   buffer_.resize(buffer_.size() + padding);
 }

@@ -29,8 +29,6 @@ enum Field : std::uint8_t {
 constexpr std::string_view kLocalPath = "/org/freedesktop/DBus/Local";
 constexpr std::string_view kLocalInterface = "org.freedesktop.DBus.Local";
 
-constexpr std::size_t roundedUp(std::size_t size) noexcept { return (size + 7) / 8 * 8; }
-
 void expect(bool holds, const char* otherwise) {
   if (!holds) throw ProtocolError(otherwise);
 }
@@ -40,7 +38,10 @@ struct Frame {
   std::size_t fields;
   std::size_t body;
 
-  [[nodiscard]] std::size_t bodyAt() const noexcept { return roundedUp(kFrameSize + fields); }
+  [[nodiscard]] std::size_t bodyAt() const noexcept {
+    const std::size_t fieldsEnd = kFrameSize + fields;
+    return fieldsEnd + paddingTo(8, fieldsEnd);
+  }
 };
 
 ByteOrder byteOrder(ByteView bytes) {
