@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Base/Ascii.hpp"
 #include "Base/Characters.hpp"
 #include "Base/Text.hpp"
 
@@ -12,9 +13,8 @@ using Failure = LocalAccountFailure;
 
 constexpr std::size_t kSuggestedLength = 20;
 
-bool isLetter(char c) { return c >= 'a' && c <= 'z'; }
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-bool isNameCharacter(char c) { return isLetter(c) || isDigit(c) || c == '_' || c == '-' || c == '.'; }
+bool isSmallLetterOrDigit(char c) { return isAsciiLowercase(c) || isAsciiDigit(c); }
+bool isNameCharacter(char c) { return isSmallLetterOrDigit(c) || c == '_' || c == '-' || c == '.'; }
 
 void require(bool holds, Failure::Case otherwise) {
   if (!holds) throw Failure(otherwise);
@@ -65,7 +65,7 @@ const LocalAccount& target(const std::string& name, const LocalAccountsSnapshot&
 
 bool isValidName(std::string_view name) {
   // What is allowed is ASCII, of which each byte is a character.
-  return !name.empty() && name.size() <= maximumName && isLetter(name.front()) &&
+  return !name.empty() && name.size() <= maximumName && isAsciiLowercase(name.front()) &&
          std::all_of(name.begin(), name.end(), isNameCharacter) &&
          std::find(reserved.begin(), reserved.end(), name) == reserved.end();
 }
@@ -87,7 +87,7 @@ std::string suggestedName(std::string_view fullName) {
   std::string name;
   for (const std::string_view character : characters(folded)) {
     // A letter that something invisible is joined to is another character, and goes with it.
-    if (character.size() == 1 && (isLetter(character[0]) || isDigit(character[0]))) name += character;
+    if (character.size() == 1 && isSmallLetterOrDigit(character[0])) name += character;
   }
   return name.substr(0, kSuggestedLength);
 }

@@ -2,6 +2,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "Base/Ascii.hpp"
 #include "Core/PasteGuard.hpp"
 #include "Core/PasteGuardBlock.hpp"
 #include "Core/PasteGuardKind.hpp"

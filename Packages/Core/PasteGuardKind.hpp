@@ -12,10 +12,6 @@ namespace molvane::PasteGuard {
   return scalar >= 0x0370 && scalar <= 0x04FF;
 }
 
-[[nodiscard]] constexpr bool isAsciiLetter(char32_t scalar) noexcept {
-  return (scalar >= 'A' && scalar <= 'Z') || (scalar >= 'a' && scalar <= 'z');
-}
-
 [[nodiscard]] constexpr bool isBidi(char32_t s) noexcept {
   return (s >= 0x2066 && s <= 0x2069) || s == 0x200E || s == 0x200F || (s >= 0x202A && s <= 0x202E) ||
          s == 0x061C;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "Base/Ascii.hpp"
 #include "Base/Text.hpp"
 #include "Base/Utf8.hpp"
 #include "Core/PasteGuard.hpp"
@@ -16,10 +17,7 @@ constexpr char32_t kOpening = 0x27E8;
 // What no property tells of: a blank braille pattern, a note without a head, blank hieroglyphs, a filler.
 constexpr std::array<char32_t, 5> kBlankSymbols = {0x2800, 0x1D159, 0x13441, 0x13442, 0x16FE4};
 
-bool holdsAsciiLetter(std::string_view text) {
-  return std::any_of(text.begin(), text.end(),
-                     [](char byte) { return isAsciiLetter(static_cast<unsigned char>(byte)); });
-}
+bool holdsAsciiLetter(std::string_view text) { return std::any_of(text.begin(), text.end(), isAsciiLetter); }
 
 /// The bytes of the line that begins at `at`, without its newline.
 std::string_view lineAt(Utf8Scalars::Iterator at) {

@@ -4,6 +4,8 @@
 #include <array>
 #include <utility>
 
+#include "Base/Ascii.hpp"
+
 namespace molvane {
 
 namespace {
@@ -14,9 +16,7 @@ constexpr std::size_t kMaxPosition = 15;
 constexpr std::string_view kVendorLeaf = "Software Signing";
 constexpr std::string_view kVendorIntermediate = "Apple Code Signing Certification Authority";
 
-bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-bool isBare(char c) { return isLetter(c) || isDigit(c) || c == '.'; }
+bool isBare(char c) { return isAsciiLetter(c) || isAsciiDigit(c) || c == '.'; }
 bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
 bool isKeyword(std::string_view word) {
@@ -32,7 +32,7 @@ bool isObjectIdentifier(std::string_view text) {
   while (true) {
     const std::size_t digits = std::min(text.find('.'), text.size());
     const std::string_view arc = text.substr(0, digits);
-    if (arc.empty() || !std::all_of(arc.begin(), arc.end(), isDigit)) return false;
+    if (arc.empty() || !std::all_of(arc.begin(), arc.end(), isAsciiDigit)) return false;
     if (arc.size() > 1 && arc.front() == '0') return false;
     ++arcs;
     if (digits == text.size()) return arcs >= 2;
@@ -147,7 +147,7 @@ class Parser {
     if (takeWord("root")) return CodeRequirement::kRoot;
     const std::string& digits = token_.text;
     if (token_.kind != Token::Kind::bare || digits.size() > 2 ||
-        !std::all_of(digits.begin(), digits.end(), isDigit)) {
+        !std::all_of(digits.begin(), digits.end(), isAsciiDigit)) {
       fail("a certificate position that is not understood");
     }
     const auto position = static_cast<std::size_t>(std::stoi(digits));
@@ -165,7 +165,7 @@ class Parser {
 
   std::string parseText() {
     const bool bareText =
-        token_.kind == Token::Kind::bare && isLetter(token_.text.front()) && !isKeyword(token_.text);
+        token_.kind == Token::Kind::bare && isAsciiLetter(token_.text.front()) && !isKeyword(token_.text);
     if (token_.kind != Token::Kind::quoted && !bareText) fail("a missing text");
     std::string value = token_.text;
     advance();

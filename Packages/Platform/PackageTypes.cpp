@@ -4,6 +4,8 @@
 #include <array>
 #include <string>
 
+#include "Base/Ascii.hpp"
+
 namespace molvane {
 namespace {
 
@@ -20,9 +22,7 @@ static_assert(std::is_sorted(kPackageExtensions.begin(), kPackageExtensions.end(
 bool isPackageName(std::string_view name) {
   const std::size_t dot = name.rfind('.');
   if (dot == std::string_view::npos) return false;
-  std::string extension(name.substr(dot + 1));
-  std::transform(extension.begin(), extension.end(), extension.begin(),
-                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+  const std::string extension = asciiLowercased(name.substr(dot + 1));
   return std::binary_search(kPackageExtensions.begin(), kPackageExtensions.end(), extension);
 }
 

@@ -6,6 +6,8 @@
 #include <string>
 #include <utility>
 
+#include "Base/Ascii.hpp"
+
 namespace molvane {
 
 namespace {
@@ -14,10 +16,6 @@ constexpr std::int32_t kSecondsPerHour = 3600;
 constexpr std::int32_t kSecondsPerDay = 86400;
 constexpr int kMostHoursOfOffset = 24;
 constexpr int kMostHoursOfTime = 167;
-
-bool isLetter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
-
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
 }  // namespace
 
@@ -69,7 +67,7 @@ class PosixTimeZoneReader {
       return true;
     }
     const auto letters =
-        static_cast<std::size_t>(std::find_if_not(rest_.begin(), rest_.end(), isLetter) - rest_.begin());
+        static_cast<std::size_t>(std::find_if_not(rest_.begin(), rest_.end(), isAsciiLetter) - rest_.begin());
     rest_.remove_prefix(letters);
     return letters >= kFewestLetters;
   }
@@ -127,7 +125,7 @@ class PosixTimeZoneReader {
     constexpr std::size_t kMostDigits = 3;
     int value = 0;
     std::size_t digits = 0;
-    for (; digits < rest_.size() && isDigit(rest_[digits]); ++digits) {
+    for (; digits < rest_.size() && isAsciiDigit(rest_[digits]); ++digits) {
       if (digits == kMostDigits) return std::nullopt;
       value = value * 10 + (rest_[digits] - '0');
     }

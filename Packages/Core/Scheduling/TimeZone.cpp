@@ -9,6 +9,7 @@
 #include <system_error>
 #include <utility>
 
+#include "Base/Ascii.hpp"
 #include "Base/Mutex.hpp"
 #include "Core/Scheduling/CalendarRange.hpp"
 #include "Core/Scheduling/TimeZoneRules.hpp"
@@ -39,8 +40,7 @@ Rules rulesInFile(const std::string& path) {
 /// Whether the name can be that of a zone and leads nowhere outside the zones' folder.
 bool isZoneName(std::string_view name) {
   const auto isAllowed = [](char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '/' ||
-           c == '_' || c == '+' || c == '-';
+    return isAsciiLetter(c) || isAsciiDigit(c) || c == '/' || c == '_' || c == '+' || c == '-';
   };
   return !name.empty() && name.front() != '/' && std::all_of(name.begin(), name.end(), isAllowed);
 }

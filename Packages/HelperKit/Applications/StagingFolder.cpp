@@ -62,10 +62,11 @@ void requireTrustedFoldersAbove(const std::string& path) {
   }
 }
 
+// A folder takes the set-group-ID bit over from the one it is made in; it lets nobody in.
 bool isOwnPrivateFolder(const FileDescriptor& folder) {
   struct stat status {};
   return fstat(folder.get(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == geteuid() &&
-         (status.st_mode & 07777) == S_IRWXU;
+         (status.st_mode & 07777 & ~S_ISGID) == S_IRWXU;
 }
 
 }  // namespace

@@ -82,6 +82,23 @@ TEST_F(StagingTest, SweepTakesWhatNobodyHoldsAndOnlyThat) {
   EXPECT_TRUE(fs::exists(held.path()));
 }
 
+TEST_F(StagingTest, WorksInAFolderThatHandsItsGroupDown) {
+  const std::string shared = scratch_.path() + "/Applications";
+  fs::create_directory(shared);
+  ASSERT_EQ(chmod(shared.c_str(), 02775), 0);
+  const StagingFolder owner(root());
+  const StagingFolder staging(shared, ".staged-", owner);
+  {
+    StagedItem left = staging.makeFolder();
+    const StagedItem folder = staging.makeFolder();
+    EXPECT_EQ(fs::status(folder.path()).permissions() & fs::perms::all, fs::perms(0700));
+    left.keep();
+  }
+  EXPECT_FALSE(fs::is_empty(shared));
+  staging.sweep();
+  EXPECT_TRUE(fs::is_empty(shared));
+}
+
 TEST_F(StagingTest, WhatCannotBeOpenedIsNoLeftover) {
   const StagingFolder staging(root());
   const StagedItem held = staging.makeFolder();

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <utility>
 
+#include "Base/Ascii.hpp"
 #include "Base/PathText.hpp"
 #include "Platform/FileManager.hpp"
 #include "Platform/StandardPath.hpp"
@@ -20,17 +21,10 @@ constexpr std::array<std::string_view, 6> kDestinationPlaces = {
     "/Users/", "/Volumes/", "/tmp/", "/private/tmp/", "/var/folders/", "/private/var/folders/"};
 constexpr std::uint32_t kReadableByOthers = 0004;
 
-// ASCII is enough: no letter beyond it has an allowed extension as its small form.
-std::string lowerCased(std::string text) {
-  for (char& character : text) {
-    if (character >= 'A' && character <= 'Z') character = static_cast<char>(character - 'A' + 'a');
-  }
-  return text;
-}
-
 template <std::size_t Count>
 bool hasExtension(const std::string& path, const std::array<std::string_view, Count>& allowed) {
-  const std::string extension = lowerCased(pathExtension(path));
+  // ASCII is enough: no letter beyond it has an allowed extension as its small form.
+  const std::string extension = asciiLowercased(pathExtension(path));
   return std::find(allowed.begin(), allowed.end(), extension) != allowed.end();
 }
 

@@ -8,6 +8,7 @@
 #include <thread>
 #include <utility>
 
+#include "Base/Ascii.hpp"
 #include "Base/Uuid.hpp"
 
 namespace molvane::dbus {
@@ -20,8 +21,8 @@ constexpr std::chrono::milliseconds kExhaustionPause{100};
 /// The server's name in the handshake: 32 hexadecimal digits.
 std::string newGUID() {
   std::string guid;
-  for (const char c : Uuid::random().text()) {
-    if (c != '-') guid += static_cast<char>(c >= 'A' ? c - 'A' + 'a' : c);
+  for (const char c : asciiLowercased(Uuid::random().text())) {
+    if (c != '-') guid += c;
   }
   return guid;
 }

@@ -1,5 +1,6 @@
 #include "HelperProtocol/dbus/Syntax.hpp"
 
+#include "Base/Ascii.hpp"
 #include "Base/Utf8.hpp"
 
 namespace molvane::dbus {
@@ -10,11 +11,7 @@ constexpr std::size_t kMaxNameLength = 255;
 constexpr int kMaxArrays = 32;
 constexpr int kMaxStructs = 32;
 
-constexpr bool isDigit(char c) noexcept { return c >= '0' && c <= '9'; }
-
-constexpr bool isWordCharacter(char c) noexcept {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || isDigit(c) || c == '_';
-}
+constexpr bool isWordCharacter(char c) noexcept { return isAsciiLetter(c) || isAsciiDigit(c) || c == '_'; }
 
 /// What the elements of a dotted name may look like.
 struct Elements {
@@ -34,7 +31,7 @@ bool isDotted(std::string_view text, Elements rule) noexcept {
       continue;
     }
     if (!isWordCharacter(c) && !(rule.hyphen && c == '-')) return false;
-    if (atStart && !rule.leadingDigit && isDigit(c)) return false;
+    if (atStart && !rule.leadingDigit && isAsciiDigit(c)) return false;
     atStart = false;
   }
   return !atStart && elements >= rule.atLeast && text.size() <= kMaxNameLength;

@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <fstream>
 
+#include "Base/Ascii.hpp"
+
 namespace molvane::dbus {
 
 namespace {
 
 constexpr std::size_t kLength = 32;
-
-constexpr bool isHexDigit(char c) noexcept { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); }
 
 }  // namespace
 
@@ -18,7 +18,7 @@ std::optional<std::string> machineID() {
     std::string id(kLength, '\0');
     std::ifstream file(path, std::ios::binary);
     if (!file.read(id.data(), static_cast<std::streamsize>(id.size()))) continue;
-    if (std::all_of(id.begin(), id.end(), isHexDigit)) return id;
+    if (std::all_of(id.begin(), id.end(), isLowercaseHexDigit)) return id;
   }
   return std::nullopt;
 }

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstddef>
 
+#include "Base/Ascii.hpp"
 #include "Base/Json.hpp"
 
 namespace molvane {
@@ -16,8 +17,6 @@ namespace {
 constexpr std::size_t kMaxContent = 1024;
 constexpr std::size_t kMaxIdentifier = 255;
 constexpr std::size_t kDigestDigits = 64;
-
-bool isLowerHex(char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); }
 
 JsonValue parsedContent(std::string_view json) {
   try {
@@ -91,7 +90,7 @@ SignedCode parseSignedCode(std::string_view json) {
     throw CmsError("a signature with other content than an identifier and a digest");
   }
   if (identifier->empty() || identifier->size() > kMaxIdentifier || sha256->size() != kDigestDigits ||
-      !std::all_of(sha256->begin(), sha256->end(), isLowerHex)) {
+      !std::all_of(sha256->begin(), sha256->end(), isLowercaseHexDigit)) {
     throw CmsError("a signature with an identifier or digest out of form");
   }
   return {*identifier, *sha256};
