@@ -4,8 +4,9 @@
 
 namespace molvane {
 
-/// Copies the folder `from`, with all that it holds, to `to`, where nothing of that name may be: files,
-/// folders and links with their owners, modes, times and extended attributes. Links are copied as links.
+/// Copies the folder `from`, with all that it holds, to `to`, where nothing of that name may be: files and
+/// folders with their owners, modes, times and, as far as the receiving file system takes them, extended
+/// attributes; links as links, with their owners.
 ///
 /// Works relative to the folders that it holds and follows no link on either side. Nobody else may change
 /// `from` meanwhile. Throws std::system_error: EEXIST when `to` is there, EINVAL for what is no file, folder

@@ -40,7 +40,9 @@ int moveItem(const FileDescriptor& from, const std::string& name, const FileDesc
 
 bool isFree(const FileDescriptor& folder, const std::string& name) {
   struct stat status {};
-  return fstatat(folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT;
+  if (fstatat(folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0) return false;
+  if (errno != ENOENT) fail(errno, "look at " + name);
+  return true;
 }
 
 }  // namespace
@@ -63,7 +65,8 @@ void ApplicationPlacement::salvage(const FileDescriptor& leftover) const {
     // The copy that was to take its place is still beside it. Otherwise the place was given away already, or
     // this is a copy, of an application of such a name, that nobody has accepted.
     if (!name.ends_with(".app") || isFree(leftover, name) || !isFree(folder_, name)) continue;
-    if (moveItem(leftover, aside, folder_, name) != 0) continue;
+    const int error = moveItem(leftover, aside, folder_, name);
+    if (error != 0) fail(error, "put back " + applications_ + "/" + name);
     logLine("MolvaneHelper: put back " + applications_ + "/" + name +
             " after an installation that was cut off");
   }
@@ -97,16 +100,19 @@ void ApplicationPlacement::moveIn(StagedItem& work, const std::string& name,
   if (destination.holdsOlderCopy) {
     const int error = moveItem(folder_, name, work.descriptor(), aside);
     if (error != 0) fail(error, "move " + destination.path + " aside");
+  }
+  try {
     // Others may write to the applications folder, so only now it is certain what was moved.
-    if (ApplicationInstallPolicy::bundleID(work.descriptor(), aside) != bundleID) {
-      putBack(work, aside, name);
+    if (destination.holdsOlderCopy &&
+        ApplicationInstallPolicy::bundleID(work.descriptor(), aside) != bundleID) {
       throw Failure(FailureCase::otherApp, name);
     }
+    const int error = moveItem(work.descriptor(), name, folder_, name);
+    if (error != 0) fail(error, "move to " + destination.path);
+  } catch (...) {
+    if (destination.holdsOlderCopy) putBack(work, aside, name);
+    throw;
   }
-  const int error = moveItem(work.descriptor(), name, folder_, name);
-  if (error == 0) return;
-  if (destination.holdsOlderCopy) putBack(work, aside, name);
-  fail(error, "move to " + destination.path);
 }
 
 void ApplicationPlacement::putBack(StagedItem& work, const std::string& aside,

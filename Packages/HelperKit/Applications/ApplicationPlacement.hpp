@@ -15,7 +15,7 @@ class ApplicationPlacement {
 
   /// What a leftover of a killed helper is asked before it is removed: an older copy that had been moved
   /// aside goes back to its place, if nothing is there and the copy that was to replace it still lies beside
-  /// it.
+  /// it. Throws std::system_error when it cannot go back; the leftover then holds the only copy.
   void salvage(const FileDescriptor& leftover) const;
 
   /// Removes leftovers in the applications folder itself, after salvaging.

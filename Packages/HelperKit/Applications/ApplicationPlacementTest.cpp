@@ -55,6 +55,29 @@ TEST_F(ApplicationPlacementTest, TheOlderCopyIsBackWhenTheFinalMoveFails) {
   EXPECT_FALSE(fs::exists(work.path() + "/previous-Foo.app"));
 }
 
+// The leftover that holds the only copy stays until the copy can go back, and keeps no other one from being
+// removed.
+TEST_F(ApplicationPlacementTest, AnOlderCopyThatCannotGoBackIsKept) {
+  const std::string uuid = "0B571681-2208-4324-890E-E8E482A51CF5";
+  const std::string leftover = scratch_.path() + "/Staging/" + uuid;
+  writeApp(leftover + "/previous-Foo.app", "com.example.foo", "1");
+  writeApp(leftover + "/Foo.app", "com.example.foo", "2");
+  writeApp(leftover.substr(0, leftover.size() - 1) + "6/Bar.app", "com.example.bar", "1");
+  for (const auto& folder : fs::directory_iterator(scratch_.path() + "/Staging")) {
+    fs::permissions(folder, fs::perms(0700));
+  }
+  fs::remove(applications());  // nothing can be moved to what is still open of it
+  staging_.sweep([this](const FileDescriptor& item) { placement_.salvage(item); });
+  EXPECT_EQ(versionOf(leftover + "/previous-Foo.app"), "1");
+  EXPECT_EQ(std::distance(fs::directory_iterator(scratch_.path() + "/Staging"), {}), 1);
+
+  fs::create_directory(applications());
+  const ApplicationPlacement again(staging_, applications());
+  staging_.sweep([&](const FileDescriptor& item) { again.salvage(item); });
+  EXPECT_EQ(versionOf(installed("Foo.app")), "1");
+  EXPECT_FALSE(fs::exists(leftover));
+}
+
 // Hidden folders beside the applications: only those that are really leftovers of ours are taken, and only
 // what was about to be replaced goes back.
 TEST_F(ApplicationPlacementTest, SweepsItsOwnFoldersInTheApplicationsFolder) {

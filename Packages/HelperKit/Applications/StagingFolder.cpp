@@ -40,6 +40,15 @@ void removeLogged(const FileDescriptor& folder, const std::string& name, const s
   }
 }
 
+bool isSalvaged(const FileDescriptor& leftover, const std::string& path,
+                const StagingFolder::Salvage& salvage) try {
+  salvage(leftover);
+  return true;
+} catch (const std::exception& error) {
+  logLine("MolvaneHelper: leaving the staged copy " + path + ": " + error.what());
+  return false;
+}
+
 [[noreturn]] void refuseFolderAbove(const std::string& above) {
   throw std::system_error(EPERM, std::generic_category(), above + " is open to others");
 }
@@ -126,8 +135,9 @@ void StagingFolder::sweep(const Salvage& salvage) const try {
     }
   }
   for (const Leftover& leftover : leftovers) {
-    if (salvage && isOwnPrivateFolder(leftover.item)) salvage(leftover.item);
-    removeLogged(folder_, leftover.name, path_ + "/" + leftover.name);
+    const std::string path = path_ + "/" + leftover.name;
+    if (salvage && isOwnPrivateFolder(leftover.item) && !isSalvaged(leftover.item, path, salvage)) continue;
+    removeLogged(folder_, leftover.name, path);
   }
 } catch (const std::exception& error) {
   logLine("MolvaneHelper: cannot sweep " + path_ + ": " + error.what());

@@ -53,7 +53,7 @@ class StagingFolder {
   StagingFolder(const StagingFolder&) = delete;
   StagingFolder& operator=(const StagingFolder&) = delete;
 
-  /// Called with a leftover folder before it is removed.
+  /// Called with a leftover folder before it is removed; what it throws keeps the folder where it is.
   using Salvage = std::function<void(const FileDescriptor& leftover)>;
 
   /// Removes what requests of a process that was killed have left. What cannot be removed stays and is
