@@ -35,7 +35,7 @@ const std::string& tool() {
 
 void requireDone(const std::string& output, int status) {
   if (status != 0 || output.find("done") == std::string::npos) {
-    throw std::runtime_error("the dialogue failed: " + output);
+    throw std::runtime_error("the dialogue failed with status " + std::to_string(status) + ": " + output);
   }
 }
 

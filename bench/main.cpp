@@ -49,12 +49,19 @@ std::vector<Benchmark> chosen(const std::vector<std::string>& names) {
 int main(int argc, char** argv) {
   try {
     std::vector<Comparison> rows;
+    bool allMeasured = true;
     for (const Benchmark& benchmark : chosen({argv + 1, argv + argc})) {
       std::cerr << "running " << benchmark.name << "...\n";
-      const std::vector<Comparison> measured = benchmark.run();
-      rows.insert(rows.end(), measured.begin(), measured.end());
+      try {
+        const std::vector<Comparison> measured = benchmark.run();
+        rows.insert(rows.end(), measured.begin(), measured.end());
+      } catch (const std::exception& error) {
+        std::cerr << "molvane-bench: " << benchmark.name << ": " << error.what() << '\n';
+        allMeasured = false;
+      }
     }
     printTable(std::cout, rows);
+    if (!allMeasured) return 2;
     return std::all_of(rows.begin(), rows.end(), [](const Comparison& row) { return row.met(); }) ? 0 : 1;
   } catch (const std::exception& error) {
     std::cerr << "molvane-bench: " << error.what() << '\n';

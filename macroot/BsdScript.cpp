@@ -83,6 +83,7 @@ void copyUntilTheCommandEnds(const Session& session) {
   if (ended < 0) fail("pidfd_open");
   std::array<pollfd, 3> polled{
       {{session.terminal, POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}, {ended, POLLIN, 0}}};
+  bool hasEnded = false;
   int rest = 0;
   while (true) {
     if (poll(polled.data(), polled.size(), -1) < 0) {
@@ -90,7 +91,9 @@ void copyUntilTheCommandEnds(const Session& session) {
       fail("poll");
     }
     if (polled[1].revents != 0 && !copyTyped(session)) polled[1].fd = -1;
-    if (polled[2].revents != 0 && (polled[0].revents == 0 || ++rest > kMostReadsAfterTheEnd)) return;
+    // What it showed last may have come after this poll looked at the terminal; the next one sees it.
+    if (hasEnded && (polled[0].revents == 0 || ++rest > kMostReadsAfterTheEnd)) return;
+    hasEnded = polled[2].revents != 0;
     if (polled[0].revents != 0 && !copyShown(session)) return;
   }
 }
