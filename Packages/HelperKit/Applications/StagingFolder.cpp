@@ -40,7 +40,7 @@ void removeLogged(const FileDescriptor& folder, const std::string& name, const s
   }
 }
 
-bool isSalvaged(const FileDescriptor& leftover, const std::string& path,
+bool trySalvage(const FileDescriptor& leftover, const std::string& path,
                 const StagingFolder::Salvage& salvage) try {
   salvage(leftover);
   return true;
@@ -136,7 +136,7 @@ void StagingFolder::sweep(const Salvage& salvage) const try {
   }
   for (const Leftover& leftover : leftovers) {
     const std::string path = path_ + "/" + leftover.name;
-    if (salvage && isOwnPrivateFolder(leftover.item) && !isSalvaged(leftover.item, path, salvage)) continue;
+    if (salvage && isOwnPrivateFolder(leftover.item) && !trySalvage(leftover.item, path, salvage)) continue;
     removeLogged(folder_, leftover.name, path);
   }
 } catch (const std::exception& error) {
