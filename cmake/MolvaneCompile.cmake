@@ -11,7 +11,7 @@ find_package(PkgConfig REQUIRED)
 
 add_library(MolvaneCompile INTERFACE)
 target_include_directories(MolvaneCompile INTERFACE "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/Packages>")
-target_compile_options(MolvaneCompile INTERFACE -Wall -Wextra -Werror -ffunction-sections -fdata-sections)
+target_compile_options(MolvaneCompile INTERFACE -Wall -Wextra -ffunction-sections -fdata-sections)
 target_link_libraries(MolvaneCompile INTERFACE Threads::Threads)
 target_link_options(MolvaneCompile INTERFACE -Wl,--as-needed)
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
