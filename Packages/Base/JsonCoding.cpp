@@ -122,7 +122,7 @@ JsonObjectReader::JsonObjectReader(const JsonValue& json) : json_(json) {
   (void)expect<JsonValue::Object>(json, "Dictionary<String, Any>");
 }
 
-std::string_view JsonObjectReader::onlyCase(std::initializer_list<std::string_view> cases) const {
+std::string_view JsonObjectReader::onlyCase(std::span<const std::string_view> cases) const {
   std::string_view only;
   int found = 0;
   for (const std::string_view name : cases) {

@@ -1,8 +1,8 @@
 #pragma once
 
 #include <cstdint>
-#include <initializer_list>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -112,7 +112,7 @@ class JsonObjectReader {
   /// For a union of cases, written as an object with one member, whose key names the case: the one of `cases`
   /// that is a key here. Throws a DecodingError of typeMismatch, "Invalid number of keys found, expected
   /// one.", when there is none or several; other keys do not count.
-  [[nodiscard]] std::string_view onlyCase(std::initializer_list<std::string_view> cases) const;
+  [[nodiscard]] std::string_view onlyCase(std::span<const std::string_view> cases) const;
 
  private:
   template <typename T>

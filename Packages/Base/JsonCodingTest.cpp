@@ -1,6 +1,7 @@
 #include "Base/JsonCoding.hpp"
 
 #include <gtest/gtest.h>
+#include <array>
 
 #include <variant>
 
@@ -62,7 +63,7 @@ void fromJson(const JsonValue& json, Remove& remove) { JsonObjectReader(json).re
 
 void fromJson(const JsonValue& json, Operation& operation) {
   const JsonObjectReader object(json);
-  const std::string_view name = object.onlyCase({"prove", "remove"});
+  const std::string_view name = object.onlyCase(std::array<std::string_view, 2>{"prove", "remove"});
   if (name == "prove") object.read(name, operation.emplace<Proof>());
   if (name == "remove") object.read(name, operation.emplace<Remove>());
 }

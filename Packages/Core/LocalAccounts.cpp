@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "Base/Characters.hpp"
-#include "Core/Scheduling/HashCombine.hpp"
 
 namespace molvane {
 namespace {
@@ -16,62 +15,7 @@ constexpr std::array<const char*, 11> kDescriptions = {
     "local account: weak-password",  "local account: company-account", "local account: needs-admin",
     "local account: bad-admin",      "local account: failed"};
 
-bool same(const std::string& a, const std::string& b) { return canonicallyEqual(a, b); }
-
-bool same(const std::optional<std::string>& a, const std::optional<std::string>& b) {
-  return a.has_value() == b.has_value() && (!a || same(*a, *b));
-}
-
 }  // namespace
-
-bool operator==(const LocalAccount& a, const LocalAccount& b) {
-  return same(a.name, b.name) && same(a.fullName, b.fullName) && a.uid == b.uid && a.isAdmin == b.isAdmin &&
-         a.canUnlockFileVault == b.canUnlockFileVault && a.isDisabled == b.isDisabled &&
-         a.isHidden == b.isHidden;
-}
-
-bool operator==(const AccountAdminProof& a, const AccountAdminProof& b) {
-  return same(a.name, b.name) && same(a.password, b.password);
-}
-
-bool operator==(const CreateAccount& a, const CreateAccount& b) {
-  return same(a.name, b.name) && same(a.fullName, b.fullName) && same(a.password, b.password) &&
-         a.admin == b.admin && a.mustChange == b.mustChange && a.fileVault == b.fileVault;
-}
-
-bool operator==(const ResetAccountPassword& a, const ResetAccountPassword& b) {
-  return same(a.name, b.name) && same(a.password, b.password) && a.mustChange == b.mustChange &&
-         a.fileVault == b.fileVault;
-}
-
-bool operator==(const SetAccountAdmin& a, const SetAccountAdmin& b) {
-  return same(a.name, b.name) && a.admin == b.admin;
-}
-
-bool operator==(const SetAccountEnabled& a, const SetAccountEnabled& b) {
-  return same(a.name, b.name) && a.enabled == b.enabled;
-}
-
-bool operator==(const DeleteAccount& a, const DeleteAccount& b) { return same(a.name, b.name); }
-
-bool operator==(const LocalAccountOperation& a, const LocalAccountOperation& b) {
-  return a.change == b.change;
-}
-
-bool operator==(const CompanyAdminConfig& a, const CompanyAdminConfig& b) {
-  return a.enabled == b.enabled && same(a.name, b.name) && same(a.fullName, b.fullName) &&
-         a.rotationDays == b.rotationDays && a.updatedAt == b.updatedAt;
-}
-
-bool operator==(const CompanyAdminStatus& a, const CompanyAdminStatus& b) {
-  return a.config == b.config && a.active == b.active && a.rotatedAt == b.rotatedAt &&
-         same(a.problem, b.problem);
-}
-
-bool operator==(const LocalAccountsSnapshot& a, const LocalAccountsSnapshot& b) {
-  return a.accounts == b.accounts && same(a.loggedIn, b.loggedIn) && a.fileVault == b.fileVault &&
-         a.companyAdmin == b.companyAdmin;
-}
 
 const std::string& LocalAccountOperation::name() const {
   return std::visit([](const auto& one) -> const std::string& { return one.name; }, change);
@@ -108,11 +52,3 @@ const LocalAccount* LocalAccountsSnapshot::find(std::string_view name) const {
 }
 
 }  // namespace molvane
-
-std::size_t std::hash<molvane::LocalAccount>::operator()(const molvane::LocalAccount& account) const {
-  using molvane::hashOf;
-  return molvane::hashCombined({hashOf(molvane::canonicalForm(account.name)),
-                                hashOf(molvane::canonicalForm(account.fullName)), hashOf(account.uid),
-                                hashOf(account.isAdmin), hashOf(account.canUnlockFileVault),
-                                hashOf(account.isDisabled), hashOf(account.isHidden)});
-}

@@ -8,16 +8,15 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <variant>
 #include <vector>
 
 #include "Base/Date.hpp"
-#include "Base/JsonCoding.hpp"
+#include "Base/JsonMembers.hpp"
 
-// The model of local accounts that app and helper share. All types are plain values that travel as JSON. Two
-// are equal when all their fields are; texts are equal when they are the same characters, however their
-// accents are composed. Comparing and hashing texts beyond ASCII throws std::runtime_error when the Unicode
-// library is missing.
+// The model of local accounts that app and helper share. All types are plain values that travel as JSON, and
+// compare as Base/JsonMembers.hpp says.
 
 namespace molvane {
 
@@ -30,16 +29,27 @@ struct LocalAccount {
   bool canUnlockFileVault = false;
   bool isDisabled = false;  ///< may not log in
   bool isHidden = false;    ///< not shown in the login window
+
+  static constexpr auto members() {
+    return std::tuple(
+        JsonMember{"name", &LocalAccount::name}, JsonMember{"fullName", &LocalAccount::fullName},
+        JsonMember{"uid", &LocalAccount::uid}, JsonMember{"isAdmin", &LocalAccount::isAdmin},
+        JsonMember{"canUnlockFileVault", &LocalAccount::canUnlockFileVault},
+        JsonMember{"isDisabled", &LocalAccount::isDisabled}, JsonMember{"isHidden", &LocalAccount::isHidden});
+  }
 };
-bool operator==(const LocalAccount& a, const LocalAccount& b);
 
 /// Name and password of an existing administrator, where the system asks for them. Never stored, never
 /// written to a log or a reply.
 struct AccountAdminProof {
   std::string name;
   std::string password;
+
+  static constexpr auto members() {
+    return std::tuple(JsonMember{"name", &AccountAdminProof::name},
+                      JsonMember{"password", &AccountAdminProof::password});
+  }
 };
-bool operator==(const AccountAdminProof& a, const AccountAdminProof& b);
 
 // The changes that the app may ask for. `name` is always the short name of the account to act on, `password`
 // its new password in clear text; `fileVault` asks that the account may unlock FileVault and vouches for
@@ -52,33 +62,55 @@ struct CreateAccount {
   bool admin = false;
   bool mustChange = false;  ///< a new password is to be chosen at the next login
   std::optional<AccountAdminProof> fileVault;
+
+  static constexpr auto members() {
+    return std::tuple(
+        JsonMember{"name", &CreateAccount::name}, JsonMember{"fullName", &CreateAccount::fullName},
+        JsonMember{"password", &CreateAccount::password}, JsonMember{"admin", &CreateAccount::admin},
+        JsonMember{"mustChange", &CreateAccount::mustChange},
+        JsonMember{"fileVault", &CreateAccount::fileVault});
+  }
 };
-bool operator==(const CreateAccount& a, const CreateAccount& b);
 
 struct ResetAccountPassword {
   std::string name;
   std::string password;
   bool mustChange = false;
   std::optional<AccountAdminProof> fileVault;
+
+  static constexpr auto members() {
+    return std::tuple(JsonMember{"name", &ResetAccountPassword::name},
+                      JsonMember{"password", &ResetAccountPassword::password},
+                      JsonMember{"mustChange", &ResetAccountPassword::mustChange},
+                      JsonMember{"fileVault", &ResetAccountPassword::fileVault});
+  }
 };
-bool operator==(const ResetAccountPassword& a, const ResetAccountPassword& b);
 
 struct SetAccountAdmin {
   std::string name;
   bool admin = false;
+
+  static constexpr auto members() {
+    return std::tuple(JsonMember{"name", &SetAccountAdmin::name},
+                      JsonMember{"admin", &SetAccountAdmin::admin});
+  }
 };
-bool operator==(const SetAccountAdmin& a, const SetAccountAdmin& b);
 
 struct SetAccountEnabled {
   std::string name;
   bool enabled = false;
+
+  static constexpr auto members() {
+    return std::tuple(JsonMember{"name", &SetAccountEnabled::name},
+                      JsonMember{"enabled", &SetAccountEnabled::enabled});
+  }
 };
-bool operator==(const SetAccountEnabled& a, const SetAccountEnabled& b);
 
 struct DeleteAccount {
   std::string name;
+
+  static constexpr auto members() { return std::tuple(JsonMember{"name", &DeleteAccount::name}); }
 };
-bool operator==(const DeleteAccount& a, const DeleteAccount& b);
 
 /// One of these changes. It travels as a JSON object with one member, whose key names the case.
 struct LocalAccountOperation {
@@ -89,8 +121,13 @@ struct LocalAccountOperation {
   /// A label of what it does: "create", "reset-password", "make-admin", "remove-admin", "enable", "disable"
   /// or "delete". Lives as long as the program.
   [[nodiscard]] std::string_view kind() const;
+
+  static constexpr auto cases() {
+    return JsonCases{
+        &LocalAccountOperation::change,
+        std::array<std::string_view, 5>{"create", "resetPassword", "setAdmin", "setEnabled", "delete"}};
+  }
 };
-bool operator==(const LocalAccountOperation& a, const LocalAccountOperation& b);
 
 /// Why a change is refused, or that it failed. Thrown as it is. The app finds words for it.
 class LocalAccountFailure final : public std::exception {
@@ -140,8 +177,15 @@ struct CompanyAdminConfig {
   std::string fullName;
   std::int64_t rotationDays = 0;  ///< after how many days the password is replaced
   Date updatedAt;                 ///< when the app last changed this
+
+  static constexpr auto members() {
+    return std::tuple(JsonMember{"enabled", &CompanyAdminConfig::enabled},
+                      JsonMember{"name", &CompanyAdminConfig::name},
+                      JsonMember{"fullName", &CompanyAdminConfig::fullName},
+                      JsonMember{"rotationDays", &CompanyAdminConfig::rotationDays},
+                      JsonMember{"updatedAt", &CompanyAdminConfig::updatedAt});
+  }
 };
-bool operator==(const CompanyAdminConfig& a, const CompanyAdminConfig& b);
 
 /// The company administrator as the helper reports it.
 struct CompanyAdminStatus {
@@ -149,8 +193,14 @@ struct CompanyAdminStatus {
   bool active = false;                 ///< the account exists, is usable and is managed by the helper
   std::optional<Date> rotatedAt;       ///< when the helper last set the password
   std::optional<std::string> problem;  ///< what went wrong the last time
+
+  static constexpr auto members() {
+    return std::tuple(JsonMember{"config", &CompanyAdminStatus::config},
+                      JsonMember{"active", &CompanyAdminStatus::active},
+                      JsonMember{"rotatedAt", &CompanyAdminStatus::rotatedAt},
+                      JsonMember{"problem", &CompanyAdminStatus::problem});
+  }
 };
-bool operator==(const CompanyAdminStatus& a, const CompanyAdminStatus& b);
 
 /// The machine's accounts at one moment.
 struct LocalAccountsSnapshot {
@@ -161,30 +211,22 @@ struct LocalAccountsSnapshot {
 
   /// The account of that short name; nullptr when there is none. Points into this value.
   [[nodiscard]] const LocalAccount* find(std::string_view name) const;
-};
-bool operator==(const LocalAccountsSnapshot& a, const LocalAccountsSnapshot& b);
 
-// All fromJson throw a DecodingError. An operation that names no case, or several, is refused as
-// typeMismatch, "Invalid number of keys found, expected one."; members that a type does not know are passed
-// over.
-void fromJson(const JsonValue& json, LocalAccount& account);
-void fromJson(const JsonValue& json, AccountAdminProof& proof);
-void fromJson(const JsonValue& json, LocalAccountOperation& operation);
-void fromJson(const JsonValue& json, CompanyAdminConfig& config);
-void fromJson(const JsonValue& json, CompanyAdminStatus& status);
-void fromJson(const JsonValue& json, LocalAccountsSnapshot& snapshot);
-[[nodiscard]] JsonValue toJson(const LocalAccount& account);
-[[nodiscard]] JsonValue toJson(const AccountAdminProof& proof);
-[[nodiscard]] JsonValue toJson(const LocalAccountOperation& operation);
-[[nodiscard]] JsonValue toJson(const CompanyAdminConfig& config);
-[[nodiscard]] JsonValue toJson(const CompanyAdminStatus& status);
-[[nodiscard]] JsonValue toJson(const LocalAccountsSnapshot& snapshot);
+  static constexpr auto members() {
+    return std::tuple(JsonMember{"accounts", &LocalAccountsSnapshot::accounts},
+                      JsonMember{"loggedIn", &LocalAccountsSnapshot::loggedIn},
+                      JsonMember{"fileVault", &LocalAccountsSnapshot::fileVault},
+                      JsonMember{"companyAdmin", &LocalAccountsSnapshot::companyAdmin});
+  }
+};
 
 }  // namespace molvane
 
 template <>
 struct std::hash<molvane::LocalAccount> {
-  std::size_t operator()(const molvane::LocalAccount& account) const;
+  std::size_t operator()(const molvane::LocalAccount& account) const {
+    return molvane::hashOfMembers(account);
+  }
 };
 
 template <>

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
+#include <string_view>
+#include <tuple>
 #include <variant>
 
-#include "Base/JsonCoding.hpp"
+#include "Base/JsonMembers.hpp"
 
 namespace molvane {
 
@@ -13,7 +16,12 @@ struct ImageDevice {
   std::string sourceBSD;        ///< BSD name of the whole disk to read, such as "disk4"
   std::string destinationPath;  ///< the image file to create
   std::uint32_t ownerUID = 0;   ///< who is to own the file; 0 stands for the calling user
-  bool operator==(const ImageDevice&) const = default;
+
+  static constexpr auto members() {
+    return std::tuple(JsonMember{"sourceBSD", &ImageDevice::sourceBSD},
+                      JsonMember{"destinationPath", &ImageDevice::destinationPath},
+                      JsonMember{"ownerUID", &ImageDevice::ownerUID});
+  }
 };
 
 /// Writes an image file onto a whole disk.
@@ -21,20 +29,32 @@ struct WriteImage {
   std::string sourcePath;  ///< the image file
   std::string targetBSD;   ///< BSD name of the whole disk to overwrite
   bool verify = false;     ///< read the disk back afterwards and compare
-  bool operator==(const WriteImage&) const = default;
+
+  static constexpr auto members() {
+    return std::tuple(JsonMember{"sourcePath", &WriteImage::sourcePath},
+                      JsonMember{"targetBSD", &WriteImage::targetBSD},
+                      JsonMember{"verify", &WriteImage::verify});
+  }
 };
 
 /// Turns a volume into bootable installer media.
 struct CreateInstallMedia {
   std::string installerAppPath;
   std::string targetVolumePath;  ///< where the volume is mounted
-  bool operator==(const CreateInstallMedia&) const = default;
+
+  static constexpr auto members() {
+    return std::tuple(JsonMember{"installerAppPath", &CreateInstallMedia::installerAppPath},
+                      JsonMember{"targetVolumePath", &CreateInstallMedia::targetVolumePath});
+  }
 };
 
 /// Makes a volume the backup destination.
 struct SetTimeMachineDestination {
   std::string volumePath;  ///< where the volume is mounted
-  bool operator==(const SetTimeMachineDestination&) const = default;
+
+  static constexpr auto members() {
+    return std::tuple(JsonMember{"volumePath", &SetTimeMachineDestination::volumePath});
+  }
 };
 
 /// The device job that the app asks for. It travels as a JSON object with one member, whose key names the
@@ -42,12 +62,11 @@ struct SetTimeMachineDestination {
 struct DeviceJobSpec {
   std::variant<ImageDevice, WriteImage, CreateInstallMedia, SetTimeMachineDestination> job;
 
-  bool operator==(const DeviceJobSpec&) const = default;
+  static constexpr auto cases() {
+    return JsonCases{&DeviceJobSpec::job,
+                     std::array<std::string_view, 4>{"imageDevice", "writeImage", "createInstallMedia",
+                                                     "setTimeMachineDestination"}};
+  }
 };
-
-/// Throws a DecodingError. A document that names no case, or several, is refused as typeMismatch, "Invalid
-/// number of keys found, expected one."; a member that a case does not know is passed over.
-void fromJson(const JsonValue& json, DeviceJobSpec& spec);
-[[nodiscard]] JsonValue toJson(const DeviceJobSpec& spec);
 
 }  // namespace molvane

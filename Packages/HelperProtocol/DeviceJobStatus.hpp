@@ -4,8 +4,9 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <tuple>
 
-#include "Base/JsonCoding.hpp"
+#include "Base/JsonMembers.hpp"
 
 namespace molvane {
 
@@ -26,14 +27,20 @@ struct DeviceJobStatus {
   /// The job has ended, one way or another.
   [[nodiscard]] bool isTerminal() const noexcept { return phase >= Phase::finished; }
 
-  bool operator==(const DeviceJobStatus&) const = default;
+  static constexpr auto members() {
+    return std::tuple(
+        JsonMember{"phase", &DeviceJobStatus::phase}, JsonMember{"bytesDone", &DeviceJobStatus::bytesDone},
+        JsonMember{"bytesTotal", &DeviceJobStatus::bytesTotal},
+        JsonMember{"badBlocks", &DeviceJobStatus::badBlocks}, JsonMember{"sha256", &DeviceJobStatus::sha256},
+        JsonMember{"log", &DeviceJobStatus::log}, JsonMember{"error", &DeviceJobStatus::error});
+  }
 };
 
 /// The phase as it stands in a document.
 [[nodiscard]] std::string_view rawValue(DeviceJobStatus::Phase phase);
 
-/// Throws a DecodingError.
-void fromJson(const JsonValue& json, DeviceJobStatus& status);
-[[nodiscard]] JsonValue toJson(const DeviceJobStatus& status);
+/// Throws a DecodingError for a text that is no phase.
+void fromJson(const JsonValue& json, DeviceJobStatus::Phase& phase);
+[[nodiscard]] JsonValue toJson(DeviceJobStatus::Phase phase);
 
 }  // namespace molvane

@@ -6,8 +6,8 @@
 #include <array>
 #include <string_view>
 
+#include "Base/HashCombine.hpp"
 #include "Core/Scheduling/FloorDivision.hpp"
-#include "Core/Scheduling/HashCombine.hpp"
 
 namespace molvane {
 

@@ -1,3 +1,4 @@
+#include <array>
 #include <string_view>
 
 #include "Base/JsonCoding.hpp"
@@ -93,7 +94,7 @@ static JsonValue toJson(const RunOutcome& outcome) { return toJson(outcome.rawVa
 
 void fromJson(const JsonValue& json, Schedule& schedule) {
   const JsonObjectReader object(json);
-  const std::string_view which = object.onlyCase({kDaily, kWeekly, kEveryHours});
+  const std::string_view which = object.onlyCase(std::array{kDaily, kWeekly, kEveryHours});
   const auto readCase = [&](auto rule) {
     object.read(which, rule);
     schedule = Schedule(rule);

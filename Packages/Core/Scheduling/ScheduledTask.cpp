@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "Core/Scheduling/HashCombine.hpp"
+#include "Base/HashCombine.hpp"
 
 namespace molvane {
 

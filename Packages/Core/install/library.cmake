@@ -13,7 +13,8 @@ set(needed_sources
   Base/.*/(Characters|Date|Json|JsonCoding|JsonNumber|NSError|PathText|Text|UnicodeLibrary|Utf8|Uuid)
   Platform/.*/(DirectoryHandle|FileDescriptor|SafeFile|SecureRandom|StandardPath|Users))
 set(needed_headers
-  Base/CaseError.hpp Base/Date.hpp Base/Json.hpp Base/JsonCoding.hpp Base/Mutex.hpp Base/Uuid.hpp)
+  Base/CaseError.hpp Base/Characters.hpp Base/Date.hpp Base/HashCombine.hpp Base/Json.hpp Base/JsonCoding.hpp
+  Base/JsonMembers.hpp Base/Mutex.hpp Base/Uuid.hpp)
 set(own_headers
   LocalAccountPolicy.hpp LocalAccounts.hpp PathAllowlist.hpp PasteGuard.hpp Scheduling/Calendar.hpp
   Scheduling/Schedule.hpp Scheduling/ScheduledTask.hpp Scheduling/ScheduleFile.hpp Scheduling/ScheduleStore.hpp Scheduling/TimeZone.hpp)
