@@ -4,6 +4,8 @@
 
 #include <climits>
 
+#include "Base/Bytes.hpp"
+
 namespace molvane {
 
 std::optional<std::string> base64Decoded(std::string_view text) {
@@ -15,9 +17,8 @@ std::optional<std::string> base64Decoded(std::string_view text) {
   if (text.substr(0, digits).find_first_not_of(kAlphabet) != std::string_view::npos) return std::nullopt;
 
   std::string bytes(text.size() / 4 * 3, '\0');
-  const auto* source = reinterpret_cast<const unsigned char*>(text.data());
   auto* target = reinterpret_cast<unsigned char*>(bytes.data());
-  if (EVP_DecodeBlock(target, source, static_cast<int>(text.size())) < 0) return std::nullopt;
+  if (EVP_DecodeBlock(target, asBytes(text).data(), static_cast<int>(text.size())) < 0) return std::nullopt;
   bytes.resize(bytes.size() - padding);
   return bytes;
 }

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "Base/Ascii.hpp"
+#include "Base/Bytes.hpp"
 #include "Core/PasteGuard.hpp"
 #include "Core/PasteGuardBlock.hpp"
 #include "Core/PasteGuardKind.hpp"
@@ -64,10 +65,7 @@ constexpr bool isUnicodeNewline(char32_t scalar) noexcept {
 class Scan {
  public:
   explicit Scan(std::string_view text)
-      : begin_(reinterpret_cast<const unsigned char*>(text.data())),
-        end_(begin_ + text.size()),
-        at_(begin_),
-        unread_(begin_) {}
+      : begin_(asBytes(text).data()), end_(begin_ + text.size()), at_(begin_), unread_(begin_) {}
 
   Report run() {
     while (at_ != end_) {

@@ -4,14 +4,11 @@
 #include <functional>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "Base/NSError.hpp"
+#include "HelperProtocol/Document.hpp"
 
 namespace molvane {
-
-/// A JSON document on the connection: UTF-8 bytes, uninterpreted here.
-using Data = std::vector<std::uint8_t>;
 
 /// What a method answers with. It is called exactly once, on the calling thread, before the method returns.
 template <typename... Values>

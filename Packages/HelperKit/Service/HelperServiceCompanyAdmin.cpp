@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "Base/Date.hpp"
-#include "Base/JsonCoding.hpp"
 #include "HelperKit/Service/HelperService.hpp"
 #include "HelperKit/Service/HelperServiceError.hpp"
 
@@ -12,7 +11,7 @@ namespace {
 
 CompanyAdminConfig decoded(const Data& document) {
   try {
-    return decodedJson<CompanyAdminConfig>({reinterpret_cast<const char*>(document.data()), document.size()});
+    return decodedDocument<CompanyAdminConfig>(document);
   } catch (const DecodingError&) {
     throw HelperServiceError(HelperServiceErrorCase::badJobSpec, "company admin");
   }
@@ -22,15 +21,15 @@ CompanyAdminConfig decoded(const Data& document) {
 
 void HelperService::applyCompanyAdmin(const Data& configuration,
                                       const Reply<std::optional<Data>, OptionalError>& reply) {
-  std::string status;
+  Data status;
   try {
     const CompanyAdminConfig config = decoded(configuration);
     const MutexLock lock(accountChanges_);
-    status = encodedJson(companyAdmin_->apply(config, Date::now()));
+    status = encodedDocument(companyAdmin_->apply(config, Date::now()));
   } catch (...) {
     return reply(std::nullopt, replyErrorOfCurrentException());
   }
-  reply(Data(status.begin(), status.end()), std::nullopt);
+  reply(std::move(status), std::nullopt);
 }
 
 void HelperService::companyAdminPassword(

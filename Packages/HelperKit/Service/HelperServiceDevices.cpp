@@ -2,9 +2,7 @@
 
 #include <optional>
 #include <string>
-#include <string_view>
 
-#include "Base/JsonCoding.hpp"
 #include "HelperKit/Devices/DeviceJobRunner.hpp"
 #include "HelperKit/Service/HelperService.hpp"
 #include "HelperKit/Service/HelperServiceError.hpp"
@@ -16,15 +14,10 @@ namespace {
 
 DeviceJobSpec specOf(const Data& document) {
   try {
-    return decodedJson<DeviceJobSpec>({reinterpret_cast<const char*>(document.data()), document.size()});
+    return decodedDocument<DeviceJobSpec>(document);
   } catch (const DecodingError& error) {
     throw HelperServiceError(HelperServiceErrorCase::badJobSpec, error.errorDescription());
   }
-}
-
-Data documentOf(const DeviceJobStatus& status) {
-  const std::string text = encodedJson(status);
-  return {text.begin(), text.end()};
 }
 
 }  // namespace
@@ -53,7 +46,7 @@ void HelperService::deviceJobStatus(const std::string& jobID,
   try {
     const std::optional<DeviceJobStatus> status = jobs_->status(jobID);
     if (!status) throw HelperServiceError(HelperServiceErrorCase::unknownJob, jobID);
-    document = documentOf(*status);
+    document = encodedDocument(*status);
   } catch (...) {
     return reply(std::nullopt, replyErrorOfCurrentException());
   }

@@ -2,7 +2,6 @@
 #include <string>
 #include <string_view>
 
-#include "Base/JsonCoding.hpp"
 #include "Base/NSError.hpp"
 #include "HelperKit/Accounts/LocalAccountRunner.hpp"
 #include "HelperKit/Service/HelperService.hpp"
@@ -13,16 +12,10 @@ namespace {
 
 LocalAccountOperation decoded(const Data& document) {
   try {
-    return decodedJson<LocalAccountOperation>(
-        {reinterpret_cast<const char*>(document.data()), document.size()});
+    return decodedDocument<LocalAccountOperation>(document);
   } catch (const DecodingError&) {
     throw HelperServiceError(HelperServiceErrorCase::badJobSpec, "account");
   }
-}
-
-Data encoded(const LocalAccountsSnapshot& snapshot) {
-  const std::string document = encodedJson(snapshot);
-  return {document.begin(), document.end()};
 }
 
 /// What a change that did not come about is answered with: the raw value of a refusal, or the words of the
@@ -57,7 +50,7 @@ void HelperService::manageLocalAccount(
   }
   Data accounts;
   try {
-    accounts = encoded(changeAccount(*change));
+    accounts = encodedDocument(changeAccount(*change));
   } catch (...) {
     return reply(std::nullopt, textOfCurrentException(), std::nullopt);
   }

@@ -10,6 +10,8 @@
 #include <climits>
 #include <limits>
 
+#include "Base/Bytes.hpp"
+
 namespace molvane {
 
 namespace {
@@ -39,7 +41,7 @@ BioPtr readerOf(std::string_view bytes) {
 
 CmsPtr parse(std::string_view der) {
   if (der.size() > LONG_MAX) refuse("more bytes than the library can take");
-  const auto* position = reinterpret_cast<const unsigned char*>(der.data());
+  const unsigned char* position = asBytes(der).data();
   const unsigned char* end = position + der.size();
   CmsPtr message(d2i_CMS_ContentInfo(nullptr, &position, static_cast<long>(der.size())));
   if (!message) refuse("not a CMS message");
