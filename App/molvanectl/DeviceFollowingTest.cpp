@@ -2,11 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "HelperProtocol/DeviceJobStatus.hpp"
+#include "Platform/testing/TemporaryFolder.hpp"
 #include "molvanectl/testing/HelpReader.hpp"
 #include "molvanectl/testing/InProcess.hpp"
 
@@ -36,7 +38,10 @@ DeviceJobStatus failed(const std::string& error, const std::string& log) {
 }
 
 struct DeviceFollowing : ::testing::Test {
-  DeviceFollowing() { program.helper.startedJob = "J"; }
+  DeviceFollowing() {
+    std::ofstream(folder.path() + "/x.img") << "content";
+    program.helper.startedJob = "J";
+  }
 
   // The helper answers with these in turn.
   void script(const std::vector<DeviceJobStatus>& statuses) {
@@ -51,8 +56,9 @@ struct DeviceFollowing : ::testing::Test {
     return static_cast<int>(std::count(program.helper.calls.begin(), program.helper.calls.end(), "cancel J"));
   }
 
+  TemporaryFolder folder;
   InProcess program;
-  const Words write = {"device", "write", "/x.img", "disk4", "--yes"};
+  const Words write = {"device", "write", folder.path() + "/x.img", "disk4", "--yes"};
   const Words image = {"device", "image", "disk4", "/tmp/x.img"};
   const Words media = {"device", "install-media", "/Applications/I.app", "/Volumes/USB", "--yes"};
   const Words backup = {"device", "backup-destination", "/Volumes/B"};
@@ -164,8 +170,8 @@ TEST_F(DeviceFollowing, AFailureIsToldOnceWithWhatItMayLeave) {
   EXPECT_EQ(program.out.written, "$ tmutil setdestination /Volumes/B\nno\nway\n");
   EXPECT_THAT(program.err.written,
               EndsWith("molvanectl: tmutil exited 1: no\nway\n"
-                       "molvanectl: Whether the backup destination has changed, the system's "
-                       "settings tell.\n"));
+                       "molvanectl: Check the system's settings to see whether the backup "
+                       "destination has changed.\n"));
   script({status(Phase::cancelled)});
   EXPECT_EQ(program.run(write), ExitStatus::failed);
   EXPECT_THAT(program.err.written, EndsWith("molvanectl: The job was cancelled.\n"
@@ -173,7 +179,7 @@ TEST_F(DeviceFollowing, AFailureIsToldOnceWithWhatItMayLeave) {
   EXPECT_THAT(program.out.written, IsEmpty());
   script({failed("Write failed: No space left on device", "Reading x\n")});
   EXPECT_EQ(program.run(image), ExitStatus::failed);
-  EXPECT_THAT(program.err.written, EndsWith("What there may be at /tmp/x.img is not the whole disk.\n"));
+  EXPECT_THAT(program.err.written, EndsWith("A partial image may be left at /tmp/x.img.\n"));
 
   // The helper calls it finished when there is nothing more to read.
   script({status(Phase::finished, 1'500'000, 24'000'000, "Writing x\nDone.\n")});
@@ -182,6 +188,32 @@ TEST_F(DeviceFollowing, AFailureIsToldOnceWithWhatItMayLeave) {
               EndsWith("molvanectl: Only 1.50 MB of 24.0 MB could be copied; there was no more to read.\n"
                        "molvanectl: disk4 may hold only a part of the image.\n"));
   EXPECT_THAT(program.out.written, IsEmpty());
+}
+
+TEST_F(DeviceFollowing, OnceItVerifiesTheWholeImageIsOnTheDisk) {
+  const std::string log = "Writing x\nVerifying…\n";
+  const Words watch = {"device", "watch", "J"};
+  for (const auto& [words, whole] :
+       {std::pair{write, "molvanectl: The whole image was written to disk4, but "},
+        {watch, "molvanectl: The whole image was written, but "}}) {
+    script({failed("Verification failed: device content differs from the image.", log)});
+    EXPECT_EQ(program.run(words), ExitStatus::failed);
+    EXPECT_THAT(program.err.written, HasSubstr("molvanectl: Verification failed: "));
+    EXPECT_THAT(program.err.written,
+                EndsWith(std::string(whole) + "the disk gives back something else. Do not use it.\n"));
+    for (const DeviceJobStatus& end :
+         {failed("Verify read failed: Input/output error", log), status(Phase::cancelled, 5, 9, log)}) {
+      script({end});
+      EXPECT_EQ(program.run(words), ExitStatus::failed);
+      EXPECT_THAT(program.err.written,
+                  EndsWith(std::string(whole) + "that the disk holds the same has not been proved.\n"));
+    }
+  }
+  script({status(Phase::verifying, 5, 9, log)});
+  program.helper.callsUntilLost = 3;
+  EXPECT_EQ(program.run(write), ExitStatus::noConnection);
+  EXPECT_THAT(program.err.written,
+              HasSubstr("it may have been broken off. The whole image was written to disk4"));
 }
 
 TEST_F(DeviceFollowing, NothingIsSaidToBeLeftWhereNothingIs) {
