@@ -92,6 +92,17 @@ TEST_F(AccountClient, TellsOfTheCompanyAdministrator) {
   EXPECT_THAT(refused.err, HasSubstr("company-admin"));
   EXPECT_EQ(done(molvanectl({"company-admin", "password"})).out,
             companyAdminPassword().password.value_or("") + "\n");
+
+  // Another name lets the account go, so a mistyped one must not be enough.
+  EXPECT_EQ(molvanectl({"company-admin", "apply", "Corp", "--yes"}).status, 1);
+  EXPECT_EQ(molvanectl({"company-admin", "apply", "corpadmin"}).status, 2);
+  Terminal terminal({kClient, "company-admin", "apply", "corpadmin"}, kAnn);
+  terminal.answer("Type corpadmin to go on.", "itadmin");
+  EXPECT_EQ(terminal.wait().status, 1);
+  EXPECT_FALSE(isDisabled("itadmin"));
+  EXPECT_EQ(companyAdminPassword().name, "itadmin");
+  done(molvanectl({"company-admin", "apply", "corpadmin", "--yes"}));
+  EXPECT_TRUE(isDisabled("itadmin"));
 }
 
 }  // namespace
