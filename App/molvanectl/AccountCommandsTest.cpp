@@ -99,6 +99,11 @@ TEST(AccountChanges, WithoutAUsablePasswordNothingIsAsked) {
   EXPECT_EQ(create(Piped("\nsecond\n").number()), ExitStatus::failed);
   EXPECT_EQ(create(Piped(std::string(20000, 'x')).number()), ExitStatus::failed);
   EXPECT_EQ(create("987654"), ExitStatus::failed) << "not open";
+  EXPECT_EQ(create(Piped("windows secret\r\n").number()), ExitStatus::failed);
+  EXPECT_THAT(program.err.written,
+              HasSubstr("New password for bob ends with a carriage return, as a line of a text"));
+  EXPECT_EQ(create(Piped(std::string("two\0parts\n", 10)).number()), ExitStatus::failed);
+  EXPECT_THAT(program.err.written, HasSubstr("holds a NUL character"));
   int person = -1;
   int screen = -1;
   ASSERT_EQ(openpty(&person, &screen, nullptr, nullptr, nullptr), 0);
