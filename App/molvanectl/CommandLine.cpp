@@ -63,7 +63,7 @@ ExitStatus CommandLine::connectionError(const ConnectionError& error, const Sess
   std::string description =
       "The connection to the helper was lost before it answered. Whether it did what was asked is not known.";
   if (!session.answered())
-    description += " A helper that does not accept this client's signature ends it so, too.";
+    description += " The helper also closes the connection when it does not accept this client's signature.";
   return failure(ExitStatus::noConnection, description);
 }
 

@@ -157,7 +157,7 @@ TEST(CommandLineConnection, ALostOneStopsTheWorkAndClaimsNothing) {
   refused.helper.callsUntilLost = 0;
   EXPECT_EQ(refused.run({"ping"}), ExitStatus::noConnection);
   EXPECT_THAT(refused.err.written,
-              HasSubstr("not known. A helper that does not accept this client's signature"));
+              HasSubstr("not known. The helper also closes the connection when it does not accept this"));
 }
 
 TEST(CommandLineOutput, WhatCannotBeWrittenIsAFailure) {

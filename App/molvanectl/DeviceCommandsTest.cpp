@@ -194,7 +194,7 @@ TEST_F(DeviceCommands, ARefusalIsTheHelpersOwn) {
   program.helper.refusals.clear();
   program.helper.startedJob.clear();
   EXPECT_EQ(program.run({"device", "backup-destination", "/Volumes/B"}), ExitStatus::failed);
-  EXPECT_EQ(program.err.written, "molvanectl: The helper said no and gave no reason.\n");
+  EXPECT_EQ(program.err.written, "molvanectl: The helper refused and gave no reason.\n");
 }
 
 TEST_F(DeviceCommands, StatusPrintsAJobOnce) {
