@@ -192,28 +192,23 @@ TEST_F(DeviceFollowing, AFailureIsToldOnceWithWhatItMayLeave) {
 
 TEST_F(DeviceFollowing, OnceItVerifiesTheWholeImageIsOnTheDisk) {
   const std::string log = "Writing x\nVerifying…\n";
-  const Words watch = {"device", "watch", "J"};
-  for (const auto& [words, whole] :
-       {std::pair{write, "molvanectl: The whole image was written to disk4, but "},
-        {watch, "molvanectl: The whole image was written, but "}}) {
-    script({failed("Verification failed: device content differs from the image.", log)});
-    EXPECT_EQ(program.run(words), ExitStatus::failed);
-    EXPECT_THAT(program.err.written, HasSubstr("molvanectl: Verification failed: "));
-    EXPECT_THAT(program.err.written,
-                EndsWith(std::string(whole) + "the disk gives back something else. Do not use it.\n"));
-    for (const DeviceJobStatus& end :
-         {failed("Verify read failed: Input/output error", log), status(Phase::cancelled, 5, 9, log)}) {
+  const std::string unproved = ", but that the disk holds the same has not been proved.";
+  for (const auto& [end, left] :
+       {std::pair{failed("Verification failed: device content differs from the image.", log),
+                  std::string(", but the disk gives back something else. Do not use it.")},
+        {failed("Verify read failed: Input/output error", log), unproved},
+        {status(Phase::cancelled, 5, 9, log), unproved}}) {
+    for (const Words& words : {write, Words{"device", "watch", "J"}}) {
       script({end});
       EXPECT_EQ(program.run(words), ExitStatus::failed);
-      EXPECT_THAT(program.err.written,
-                  EndsWith(std::string(whole) + "that the disk holds the same has not been proved.\n"));
+      EXPECT_THAT(program.err.written, HasSubstr("molvanectl: The whole image was written"));
+      EXPECT_THAT(program.err.written, EndsWith(left + "\n"));
     }
   }
   script({status(Phase::verifying, 5, 9, log)});
   program.helper.callsUntilLost = 3;
   EXPECT_EQ(program.run(write), ExitStatus::noConnection);
-  EXPECT_THAT(program.err.written,
-              HasSubstr("it may have been broken off. The whole image was written to disk4"));
+  EXPECT_THAT(program.err.written, EndsWith("The whole image was written to disk4" + unproved + "\n"));
 }
 
 TEST_F(DeviceFollowing, NothingIsSaidToBeLeftWhereNothingIs) {
@@ -254,17 +249,6 @@ TEST_F(DeviceFollowing, AnInterruptionCancelsOnceAndWaitsForTheOutcome) {
   EXPECT_EQ(program.run({"device", "watch", "J", "--json"}), ExitStatus::done);
   EXPECT_THAT(program.out.written,
               HasSubstr("{\"event\":\"cancelling\",\"job\":\"J\",\"accepted\":false}\n"));
-}
-
-TEST_F(DeviceFollowing, ASecondInterruptionLeavesWithTheIdentifier) {
-  program.console.interruptedWaits = {1, 3};
-  script({status(Phase::running)});
-  EXPECT_EQ(program.run(write), ExitStatus::failed);
-  EXPECT_EQ(cancellations(), 1);
-  EXPECT_EQ(program.console.waits, 3);
-  EXPECT_THAT(program.err.written,
-              HasSubstr("Left the job J before its end. It was asked to stop, but may still "
-                        "run; 'molvanectl device watch J' follows it."));
 }
 
 TEST_F(DeviceFollowing, WatchLearnsFromTheLogWhatTheJobDoes) {

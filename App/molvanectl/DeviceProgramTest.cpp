@@ -118,6 +118,7 @@ TEST_F(DeviceProgram, ASecondCtrlCLeavesAJobThatDoesNotStop) {
   terminal.type("\x03");
   EXPECT_EQ(WEXITSTATUS(terminal.end()), 1);
   EXPECT_THAT(terminal.shown, HasSubstr("Left the job 6F1E5D2A before its end."));
+  EXPECT_THAT(terminal.shown, HasSubstr("'molvanectl device watch 6F1E5D2A' follows it."));
   EXPECT_EQ(job.cancellations(), 1);
 }
 

@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <string>
@@ -9,8 +8,8 @@
 
 #include "Core/LocalAccounts.hpp"
 #include "HelperProtocol/testing/ServedHelper.hpp"
-#include "Platform/FileDescriptor.hpp"
 #include "molvanectl/testing/OnTerminal.hpp"
+#include "molvanectl/testing/Shell.hpp"
 
 namespace molvane::ctl {
 namespace {
@@ -134,27 +133,9 @@ TEST_F(SecretInputTest, WhatWasTypedIsNotLeftForTheNextProgram) {
 }
 
 TEST(SecretInput, WithoutATerminalItSaysHowElse) {
-  int ends[2];
-  ASSERT_EQ(pipe(ends), 0);
-  FileDescriptor reading(ends[0]);
-  FileDescriptor writing(ends[1]);
-  const pid_t child = fork();
-  if (child == 0) {
-    setsid();
-    dup2(writing.get(), STDERR_FILENO);
-    execl(MOLVANECTL_PROGRAM, MOLVANECTL_PROGRAM, "account", "create", "bob", nullptr);
-    _exit(127);
-  }
-  writing.reset();
-  std::string said;
-  char buffer[512];
-  for (ssize_t count = 0; (count = read(reading.get(), buffer, sizeof buffer)) > 0;) {
-    said.append(buffer, static_cast<std::size_t>(count));
-  }
-  int status = -1;
-  waitpid(child, &status, 0);
-  EXPECT_EQ(WEXITSTATUS(status), 1);
-  EXPECT_THAT(said, HasSubstr("--password-fd"));
+  const ShellResult result = shell("setsid -w $M account create bob 2>&1");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.output, HasSubstr("--password-fd"));
 }
 
 }  // namespace

@@ -47,16 +47,6 @@ TEST_F(AccountClient, AsksForPasswordsWithoutEcho) {
                                  Not(HasSubstr(kAnnsPassword))));
   EXPECT_TRUE(isPassword("carol", "correct horse ü"));
   EXPECT_TRUE(isAdministrator("carol"));
-
-  Terminal differing({kClient, "account", "reset-password", "bob"}, kAnn);
-  differing.answer("New password for bob: ", secret("battery staple"));
-  differing.answer("again: ", "battery stable");
-  EXPECT_THAT(differing.wait().out, HasSubstr("differ"));
-  EXPECT_TRUE(isPassword("bob", kBobsPassword));
-
-  const Outcome none = run({"/usr/bin/setsid", "-w", kClient, "account", "create", "dave"}, kAnn);
-  EXPECT_EQ(none.status, 1);
-  EXPECT_THAT(none.err, HasSubstr("no terminal"));
 }
 
 TEST_F(AccountClient, ChangesAccounts) {
