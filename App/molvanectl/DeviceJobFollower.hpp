@@ -47,7 +47,7 @@ class DeviceJobFollower {
   void fail(const std::string& description, const std::string& note);
   bool askToCancel();
   void guessWords(const DeviceJobStatus& status);
-  /// What a job that did not finish has left, as far as that is known.
+  /// A sentence about the remains of a job that did not finish; `differs` of one whose verification failed.
   [[nodiscard]] std::string leftBehind(bool differs = false) const;
 
   Session& session_;

@@ -15,7 +15,7 @@ inline constexpr std::string_view kDiskHelp = "Name of the whole disk, for examp
 /// "disk4", also of "/dev/disk4" and "/dev/rdisk4".
 [[nodiscard]] std::string diskName(const std::string& disk);
 
-/// What the helper answers when it is asked to start a job.
+/// The helper's answer to the request for a job.
 struct DeviceJobStart {
   std::string jobID;  ///< empty where the job was refused
   NSError error;      ///< why it was
@@ -33,7 +33,7 @@ class JobStartCommand : public Command {
   [[nodiscard]] virtual DeviceJobSpec spec() const = 0;
   [[nodiscard]] virtual DeviceJobWords words() const = 0;
 
-  /// Asks what is to be asked before the job is started. Returns whether it may be; if not, that has been
+  /// Asks the questions that come before the job. Returns whether it may start; if not, that has been
   /// reported. Throws UsageError where nobody can be asked.
   [[nodiscard]] virtual bool mayStart(Session& /*session*/) const { return true; }
 

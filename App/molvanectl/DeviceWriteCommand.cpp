@@ -86,7 +86,7 @@ class WriteCommand final : public JobStartCommand {
   }
 
  private:
-  /// What is still to be asked. Throws std::runtime_error when there is no image.
+  /// The questions that are still open. Throws std::runtime_error when there is no image.
   [[nodiscard]] std::vector<Question> questions() const {
     // As the helper will understand it: every ".." by name.
     const std::string path =

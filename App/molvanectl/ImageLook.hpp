@@ -4,7 +4,7 @@
 
 namespace molvane::ctl {
 
-/// What can be seen of an image file before it is written onto a disk.
+/// A look at an image file before it is written onto a disk.
 struct ImageLook {
   bool missing = false;
   /// Why its bytes are hardly those of a disk, as in "is compressed with xz"; empty where nothing tells so.

@@ -57,7 +57,7 @@ std::string readStandardInput() {
   }
 }
 
-/// Whatever can be read as a file will do, a pipe too.
+/// Pipes and devices are read like files.
 std::string readFile(const std::string& path) {
   try {
     const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
@@ -87,7 +87,7 @@ struct Place {
   std::size_t column = 1;
 };
 
-/// What the revealed text shows.
+/// The characters that the revealed text shows by their code points.
 struct Places {
   std::vector<Place> first;  ///< in the order of the text
   std::size_t findings = 0;
