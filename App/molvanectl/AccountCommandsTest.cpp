@@ -99,6 +99,11 @@ TEST(AccountChanges, WithoutAUsablePasswordNothingIsAsked) {
   EXPECT_EQ(create(Piped("\nsecond\n").number()), ExitStatus::failed);
   EXPECT_EQ(create(Piped(std::string(20000, 'x')).number()), ExitStatus::failed);
   EXPECT_EQ(create("987654"), ExitStatus::failed) << "not open";
+  EXPECT_EQ(create(Piped("windows secret\r\n").number()), ExitStatus::failed);
+  EXPECT_THAT(program.err.written,
+              HasSubstr("New password for bob ends with a carriage return, as a line of a text"));
+  EXPECT_EQ(create(Piped(std::string("two\0parts\n", 10)).number()), ExitStatus::failed);
+  EXPECT_THAT(program.err.written, HasSubstr("holds a NUL character"));
   int person = -1;
   int screen = -1;
   ASSERT_EQ(openpty(&person, &screen, nullptr, nullptr, nullptr), 0);
@@ -191,6 +196,43 @@ TEST(CompanyAdmin, ApplySendsTheConfigurationAndTellsTheStatus) {
               ExitStatus::usage)
         << days;
   }
+}
+
+TEST(CompanyAdmin, AnotherNameIsAskedAboutAndOneThatCannotBeRefused) {
+  InProcess program;
+  program.helper.companyAdmin = {"itadmin", "k3ptS3cret"};
+  program.helper.companyAdminStatus =
+      R"({"config":{"enabled":true,"name":"x","fullName":"","rotationDays":7,"updatedAt":1},"active":true})";
+  const auto apply = [&](const std::string& name, const std::string& option = "--disabled") {
+    program.helper.documents.clear();
+    return program.run({"company-admin", "apply", name, option});
+  };
+  for (const char* const name : {"root", "Corp", "1x", "a b", "x\ny"}) {
+    EXPECT_EQ(apply(name, "--yes"), ExitStatus::failed);
+    EXPECT_THAT(program.err.written, HasSubstr("cannot be the company administrator: a short name has"));
+  }
+  EXPECT_EQ(program.helper.connections, 0);
+  EXPECT_EQ(apply("itadmin"), ExitStatus::done);
+  EXPECT_EQ(apply("corpadmin"), ExitStatus::usage);
+  EXPECT_THAT(program.err.written, HasSubstr("where nobody can be asked, say so with --yes"));
+  EXPECT_THAT(program.helper.documents, IsEmpty());
+  EXPECT_EQ(apply("corpadmin", "--yes"), ExitStatus::done);
+
+  program.console.hasPerson = program.errIsTerminal = true;
+  EXPECT_EQ(apply("corpadmin", "--json"), ExitStatus::usage);
+  for (const char* const typed : {"itadmin", "y", ""}) {
+    program.console.typed = {typed};
+    EXPECT_EQ(apply("corpadmin"), ExitStatus::failed);
+    EXPECT_THAT(program.helper.documents, IsEmpty());
+  }
+  EXPECT_EQ(
+      program.err.written,
+      "molvanectl: The helper manages itadmin now. It will disable that account and forget its password. "
+      "Type corpadmin to go on.\n"
+      "molvanectl: That is not corpadmin. Nothing was changed.\n");
+  program.console.typed = {"corpadmin"};
+  EXPECT_EQ(apply("corpadmin"), ExitStatus::done);
+  EXPECT_THAT(program.helper.documents, ::testing::SizeIs(1));
 }
 
 TEST(CompanyAdmin, AProblemIsASentenceAndAFailure) {

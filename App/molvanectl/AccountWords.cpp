@@ -25,7 +25,7 @@ std::string refusalSentence(const LocalAccountFailure& failure, const LocalAccou
       return name +
              " cannot be created: a short name has 1 to 31 of a-z, 0-9, \"_\", \"-\" and \".\", begins with "
              "a "
-             "letter and is not one that the system keeps for itself; a full name has 1 to 64 characters on "
+             "letter and must not be reserved by the system; a full name has 1 to 64 characters on "
              "one line.";
     case LocalAccountFailure::exists:
       return "There is an account named " + name + " already.";
@@ -87,7 +87,7 @@ std::string companyAdminProblem(std::string_view problem, const std::string& nam
     return name +
            " cannot be the company administrator: a short name has 1 to 31 of a-z, 0-9, \"_\", \"-\" and "
            "\".\", "
-           "begins with a letter and is not one that the system keeps for itself.";
+           "begins with a letter and must not be reserved by the system.";
   }
   if (problem == "exists") {
     return "There is an account named " + name +

@@ -16,6 +16,9 @@ enum class ExitStatus {
   failed = 1,        ///< the helper refused, what was asked for failed, or the output could not be written
   usage = 2,         ///< the command line makes no sense
   noConnection = 3,  ///< no connection to the helper, or it was lost
+  // Of a command that looks for something, as grep has them.
+  found = 1,
+  trouble = 2,
 };
 
 /// The command line makes no sense. A command may throw it for what only it can judge.
@@ -45,6 +48,9 @@ class Command {
   /// Does the work. What it throws is reported by the caller: UsageError, ConnectionError, OutputError,
   /// anything else as a failure.
   virtual ExitStatus run(Session& session) = 0;
+
+  /// How the program ends when run throws OutputError or something else that has no status of its own.
+  [[nodiscard]] virtual ExitStatus failure() const { return ExitStatus::failed; }
 };
 
 /// Commands that belong together: `molvanectl NAME COMMAND`, or `molvanectl COMMAND` where the name is empty.

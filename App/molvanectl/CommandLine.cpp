@@ -13,6 +13,7 @@ CommandLine::CommandLine(const Streams& streams, Console& console, ConnectionFac
     : output_(streams), console_(console), connect_(std::move(connect)) {}
 
 ExitStatus CommandLine::run(const std::vector<std::string>& arguments) noexcept {
+  ExitStatus failed = ExitStatus::failed;
   try {
     Parser parser(allCommands());
     Request request;
@@ -27,15 +28,15 @@ ExitStatus CommandLine::run(const std::vector<std::string>& arguments) noexcept 
       output_.text(request.printout);
       return ExitStatus::done;
     }
+    failed = request.command->failure();
     Session session(output_, console_, connect_, parser.globalOptions().socketPath);
     return runCommand(*request.command, session, parser.commandName());
   } catch (const OutputError& error) {
     // A reader that has gone away wanted no more; it needs no message.
-    if (error.code().value() == EPIPE) return ExitStatus::failed;
-    return failure(ExitStatus::failed,
-                   "Standard output could not be written: " + error.code().message() + ".");
+    if (error.code().value() == EPIPE) return failed;
+    return failure(failed, "Standard output could not be written: " + error.code().message() + ".");
   } catch (const std::exception& error) {
-    return failure(ExitStatus::failed, error.what());
+    return failure(failed, error.what());
   }
 }
 
@@ -62,7 +63,7 @@ ExitStatus CommandLine::connectionError(const ConnectionError& error, const Sess
   std::string description =
       "The connection to the helper was lost before it answered. Whether it did what was asked is not known.";
   if (!session.answered())
-    description += " A helper that does not accept this client's signature ends it so, too.";
+    description += " The helper also closes the connection when it does not accept this client's signature.";
   return failure(ExitStatus::noConnection, description);
 }
 

@@ -43,6 +43,10 @@ TEST(CommandLineParsing, NamesWhatIsWrongPointsToHelpAndAsksNothing) {
       {{"ping", "--socket"}, "--socket needs a value", "molvanectl ping --help"},
       {{"--socket=", "ping"}, "--socket: the value is empty", "molvanectl"},
       {{"paste-check", "--file", ""}, "--file: the value is empty", "molvanectl paste-check --help"},
+      {{"account", "delete", ""}, "NAME: the value is empty", "molvanectl account delete --help"},
+      {{"device", "write", "/x.img", "", "--yes"},
+       "DISK: the value is empty",
+       "molvanectl device write --help"},
       {{"--json=false", "ping"}, "--json takes no value", "molvanectl"},
       {{"remove", "/a", "++"}, "unexpected argument '++'", "molvanectl remove --help"},
       {{"remove", "/a", "/b\xff"}, "is not valid UTF-8", "molvanectl remove --help"},
@@ -112,7 +116,8 @@ TEST(CommandLineHelp, StandsAtEveryLevelWithinEightyColumnsAndWithAnExampleThatP
     ASSERT_NE(example, std::string::npos);
     std::istringstream rest(entry.help.substr(example + heading.size()));
     const Words words{std::istream_iterator<std::string>(rest), {}};
-    EXPECT_NE(program.run(words), ExitStatus::usage) << program.err.written;
+    program.run(words);
+    EXPECT_THAT(program.err.written, Not(HasSubstr("Try '")));
   }
 }
 
@@ -152,7 +157,7 @@ TEST(CommandLineConnection, ALostOneStopsTheWorkAndClaimsNothing) {
   refused.helper.callsUntilLost = 0;
   EXPECT_EQ(refused.run({"ping"}), ExitStatus::noConnection);
   EXPECT_THAT(refused.err.written,
-              HasSubstr("not known. A helper that does not accept this client's signature"));
+              HasSubstr("not known. The helper also closes the connection when it does not accept this"));
 }
 
 TEST(CommandLineOutput, WhatCannotBeWrittenIsAFailure) {

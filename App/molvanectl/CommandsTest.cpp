@@ -76,7 +76,7 @@ TEST(RemoveCommand, IsSilentUnlessAskedAndGoesOnAfterARefusal) {
 
   // A no without a reason is still a no.
   EXPECT_EQ(program.run({"remove", "/a"}), ExitStatus::failed);
-  EXPECT_EQ(program.err.written, "molvanectl: The helper said no and gave no reason.\n");
+  EXPECT_EQ(program.err.written, "molvanectl: The helper refused and gave no reason.\n");
 }
 
 TEST(TaskList, ShowsTheCatalogueWithoutTheHelper) {

@@ -3,11 +3,14 @@
 #include <optional>
 #include <string>
 
+#include "Base/Characters.hpp"
 #include "Base/Date.hpp"
+#include "Core/LocalAccountPolicy.hpp"
 #include "Core/LocalAccounts.hpp"
 #include "molvanectl/AccountReading.hpp"
 #include "molvanectl/AccountWords.hpp"
 #include "molvanectl/Commands.hpp"
+#include "molvanectl/Confirmation.hpp"
 #include "molvanectl/OptionSet.hpp"
 #include "molvanectl/Session.hpp"
 
@@ -35,8 +38,10 @@ class CompanyAdminApplyCommand : public Command {
         "apply", "Set the company administrator up",
         "Has the helper bring the company administrator in line with what is asked for: creates the hidden "
         "account, enables or disables it, and gives it a new password when the last one is old enough. An "
-        "account of another name that the helper managed before is disabled and let go. With --json: an "
-        "object with the keys config, active, rotatedAt and problem, times in seconds since 2001.",
+        "account of another name that the helper managed before is disabled and let go, with its password; "
+        "so then the new name has to be typed once more, or --yes given. With --json: an object with the "
+        "keys "
+        "config, active, rotatedAt and problem, times in seconds since 2001.",
         "molvanectl company-admin apply itadmin --rotation-days 7"};
   }
 
@@ -45,12 +50,20 @@ class CompanyAdminApplyCommand : public Command {
     options.value("--full-name", "TEXT", fullName_, "Its full name; the short name if not given.");
     options.value("--rotation-days", "DAYS", rotationDays_,
                   "After how many days the password is replaced; 30 if not given.");
-    options.flag("--disabled", disabled_, "The account is not to be usable; it stays known.");
+    options.flag("--disabled", disabled_, "Disable the account but keep managing it.");
+    options.flag("--yes", yes_, "Do not ask; needed for another name where there is no terminal.");
   }
 
   ExitStatus run(Session& session) override {
     const std::string document = encodedJson(CompanyAdminConfig{
         !disabled_, name_, fullName_.empty() ? name_ : fullName_, rotationDays(), Date::now()});
+    // The helper lets the old account go before it looks at the new name.
+    if (!LocalAccountPolicy::isValidName(name_)) {
+      session.output().error({std::string(kProgramErrorDomain), static_cast<int>(ExitStatus::failed),
+                              companyAdminProblem("invalid-name", name_)});
+      return ExitStatus::failed;
+    }
+    if (!yes_ && !mayLetGo(session)) return ExitStatus::failed;
     const auto [answer, error] =
         session.ask(&MolvaneHelperXPCProtocol::applyCompanyAdmin, Data(document.begin(), document.end()));
     Output& output = session.output();
@@ -74,6 +87,23 @@ class CompanyAdminApplyCommand : public Command {
   }
 
  private:
+  /// Asks before an account of another name is let go. Returns whether it may be; if not, that has been
+  /// reported.
+  [[nodiscard]] bool mayLetGo(Session& session) const {
+    std::optional<ManagedAccount> managed;
+    try {
+      managed = managedAccount(session);
+    } catch (const RemoteError&) {
+      // Its password is not known, or cannot be read: nothing is lost that works, and to apply is the cure.
+      return true;
+    }
+    if (!managed || canonicallyEqual(managed->name, name_)) return true;
+    // The new name is typed, since a person who mistyped it would type the old one without a thought.
+    return confirm(session, {"The helper manages " + managed->name +
+                                 " now. It will disable that account and forget its password",
+                             name_, "--yes"});
+  }
+
   [[nodiscard]] std::int64_t rotationDays() const {
     std::int64_t days = 0;
     const char* const end = rotationDays_.data() + rotationDays_.size();
@@ -95,6 +125,7 @@ class CompanyAdminApplyCommand : public Command {
   std::string fullName_;
   std::string rotationDays_ = "30";
   bool disabled_ = false;
+  bool yes_ = false;
 };
 
 class CompanyAdminStatusCommand : public Command {
@@ -159,8 +190,7 @@ CommandGroup companyAdminCommands() {
   return groupOf<CompanyAdminApplyCommand, CompanyAdminStatusCommand, CompanyAdminPasswordCommand>(
       {"company-admin", "Keep the company administrator",
        "The hidden administrator's account that the helper owns for the organisation, with a password that "
-       "it "
-       "replaces.",
+       "it replaces.",
        "molvanectl company-admin status"});
 }
 

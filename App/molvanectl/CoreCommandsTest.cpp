@@ -27,7 +27,7 @@ ShellResult pasteCheck(const std::string& text, const std::string& options = {})
 TEST(PasteCheck, SaysWhatHidesWhereAndAsksByItsStatus) {
   ShellResult result = pasteCheck(R"(ls -l\n)");
   EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(result.output, "1 line would run.\nNothing that asks for a second look.\n");
+  EXPECT_EQ(result.output, "1 line would run.\nNothing suspicious found.\n");
 
   result = pasteCheck("ok\\ncd \u202E\u0440x\\n\\033");
   EXPECT_EQ(result.status, 1);
@@ -41,20 +41,48 @@ TEST(PasteCheck, SaysWhatHidesWhereAndAsksByItsStatus) {
   EXPECT_EQ(pasteCheck(R"(a\nb)").status, 1);
   EXPECT_EQ(pasteCheck(R"(a\nb)", "--bracketed").status, 0);
   EXPECT_EQ(pasteCheck("\u200B", "--bracketed").status, 1);
+  for (const char* const file : {"-", "/dev/stdin", "<(printf 'x\\a')"}) {
+    EXPECT_EQ(pasteCheck(R"(x\a)", std::string("--file ") + file).output,
+              "1:2: control U+0007\nLook again before you paste it.\n")
+        << file;
+  }
+}
+
+TEST(PasteCheck, TroubleIsNoFinding) {
   EXPECT_EQ(shell("$M paste-check </dev/null").status, 0);
-  EXPECT_EQ(shell("$M paste-check --file /dev/stdin </dev/null 2>/dev/null").status, 1);
-  EXPECT_EQ(shell("f=$(mktemp); printf '\\a' >$f; $M paste-check --file $f; rm $f").output,
-            "1:1: control U+0007\nLook again before you paste it.\n");
-  EXPECT_EQ(shell("$M paste-check <&- 2>/dev/null").status, 1);
-  EXPECT_THAT(shell("$M paste-check </ 2>&1").output,
-              HasSubstr("Standard input could not be read: Is a directory"));
+  for (const auto& [words, said] :
+       {std::pair{"<&-", "Standard input could not be read: Bad file descriptor."},
+        {"</", "Standard input could not be read: Is a directory."},
+        {"--file /", "/ cannot be read: Is a directory."},
+        {"--file /none", "There is no file /none."},
+        {"--file /dev/zero", "The text is longer than 64 MiB."},
+        {"</dev/null >/dev/full", "No space left on device."}}) {
+    const ShellResult result = shell(std::string("$M paste-check 2>&1 ") + words);
+    EXPECT_EQ(result.status, 2) << words;
+    EXPECT_THAT(result.output, HasSubstr(said));
+  }
+}
+
+TEST(PasteCheck, TellsWhatCannotBeSeenEvenWhereNothingIsAsked) {
+  const std::string tags = "\U000E006C\U000E0073";
+  EXPECT_EQ(pasteCheck("ls" + tags + "\u00A0⟨\\t").output,
+            "1:3: unseen U+E006C TAG LATIN SMALL LETTER L\n"
+            "1:4: unseen U+E0073 TAG LATIN SMALL LETTER S\n"
+            "1:5: unseen U+00A0 NO-BREAK SPACE\n"
+            "There is 1 tab.\n"
+            "It needs no confirmation, but holds characters that cannot be seen.\n");
+  EXPECT_EQ(pasteCheck("ls" + tags).status, 0);
+  EXPECT_THAT(pasteCheck("ls" + tags + "\u200B").output, HasSubstr("U+200B ZERO WIDTH SPACE\nLook again"));
+  const nlohmann::json answer = nlohmann::json::parse(pasteCheck("ls" + tags, "--json").output);
+  EXPECT_EQ(answer.at("places"), nlohmann::json::array());
+  EXPECT_EQ(answer.at("unseen").at(1).at("scalar"), "U+E0073");
 }
 
 TEST(PasteCheck, AnswersWithJson) {
   const ShellResult result = pasteCheck("l\u200Bs\\n\\377", "--json");
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(nlohmann::json::parse(result.output), nlohmann::json::parse(R"({
-      "needsConfirmation": true, "findings": {"invisible": 1, "runs": 2}, "omitted": 0,
+      "needsConfirmation": true, "findings": {"invisible": 1, "runs": 2}, "omitted": 0, "unseen": [],
       "places": [{"finding": "invisible", "line": 1, "column": 2, "scalar": "U+200B", "name": "ZERO WIDTH SPACE"}],
       "oneLine": "ls \uFFFD", "revealed": "l⟨U+200B⟩s⟨U+000A⟩\uFFFD"})"));
 }
@@ -63,6 +91,8 @@ TEST(PasteCheck, ListsNoMoreThanAPersonCanRead) {
   const ShellResult result = shell("printf '\\033%.0s' $(seq 1500) | $M paste-check");
   EXPECT_THAT(result.output, HasSubstr("\n1:1000: control U+001B\nand 500 more\n"));
   EXPECT_THAT(result.output, Not(HasSubstr("1:1001:")));
+  EXPECT_THAT(shell("{ printf '\\u00A0%.0s' $(seq 1500); printf '\\a'; } | $M paste-check").output,
+              HasSubstr("\n1:1501: control U+0007\nand 500 more\n"));
 }
 
 TEST(PasteCheck, RevealsOnATerminalInColours) {

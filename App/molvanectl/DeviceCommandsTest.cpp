@@ -1,11 +1,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <filesystem>
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
+#include "Platform/testing/TemporaryFolder.hpp"
 #include "molvanectl/testing/HelpReader.hpp"
 #include "molvanectl/testing/InProcess.hpp"
 
@@ -33,16 +37,33 @@ struct DeviceCommands : ::testing::Test {
     return program.helper.calls.empty() ? program.err.written : program.helper.calls.front();
   }
 
+  std::string file(const std::string& name, const std::string& content = "content") const {
+    std::ofstream(folder.path() + "/" + name) << content;
+    return folder.path() + "/" + name;
+  }
+
+  // Whether anything was to be started; asking about a disk is not.
+  bool started() {
+    for (const std::string& call : program.helper.calls) {
+      if (call.starts_with("start ") && call.find(R"("sourcePath":"")") == std::string::npos) return true;
+    }
+    return false;
+  }
+
+  TemporaryFolder folder;
   InProcess program;
 };
 
 TEST_F(DeviceCommands, SendWhatWasAskedFor) {
   const std::string here = std::filesystem::current_path().string();
-  EXPECT_EQ(
-      sent({"device", "write", "--yes", "a b.img", "disk4"}),
-      R"(start {"writeImage":{"sourcePath":")" + here + R"(/a b.img","targetBSD":"disk4","verify":true}})");
-  EXPECT_EQ(sent({"device", "write", "/~/x.iso", "/dev/rdisk12", "--no-verify", "--yes"}),
-            R"(start {"writeImage":{"sourcePath":"/~/x.iso","targetBSD":"disk12","verify":false}})");
+  const std::string image = std::filesystem::relative(file("a b.img"));
+  EXPECT_EQ(sent({"device", "write", "--yes", image, "disk4"}),
+            R"(start {"writeImage":{"sourcePath":")" + here + "/" + image +
+                R"(","targetBSD":"disk4","verify":true}})");
+  std::filesystem::create_directory(folder.path() + "/~");
+  EXPECT_EQ(sent({"device", "write", file("~/x.iso"), "/dev/rdisk12", "--no-verify", "--yes"}),
+            R"(start {"writeImage":{"sourcePath":")" + folder.path() +
+                R"(/~/x.iso","targetBSD":"disk12","verify":false}})");
   EXPECT_EQ(sent({"device", "image", "/dev/disk4", "x.img"}),
             R"(start {"imageDevice":{"sourceBSD":"disk4","destinationPath":")" + here +
                 R"(/x.img","ownerUID":0}})");
@@ -65,30 +86,31 @@ TEST_F(DeviceCommands, SendWhatWasAskedFor) {
 }
 
 TEST_F(DeviceCommands, EraseOnlyWhatHasBeenNamedTwice) {
-  const Words write = {"device", "write", "/x.img", "/dev/disk4"};
+  const std::string image = file("x.img");
+  const Words write = {"device", "write", image, "/dev/disk4"};
   const Words media = {"device", "install-media", "/Applications/I.app", "/Volumes/My USB/"};
   for (const auto& [inside, outside] : {std::pair{true, false}, {false, true}, {false, false}}) {
     program.console.hasPerson = inside;
     program.errIsTerminal = outside;
     program.console.typed = {"disk4"};
     EXPECT_EQ(program.run(write), ExitStatus::usage);
-    EXPECT_THAT(program.err.written, HasSubstr("this erases everything on disk4; where nobody can be asked"));
+    EXPECT_THAT(program.err.written,
+                HasSubstr("Everything on disk4 will be erased; where nobody can be asked"));
   }
   program.console.hasPerson = program.errIsTerminal = true;
   Words json = write;
   json.emplace_back("--json");
   EXPECT_EQ(program.run(json), ExitStatus::usage);
+  EXPECT_EQ(program.helper.connections, 0);
 
   for (const char* const answer : {"", "y", "yes", "disk", "disk4s1", "DISK4", "disk4 disk5"}) {
     program.console.typed = {answer};
     EXPECT_EQ(program.run(write), ExitStatus::failed) << answer;
-    EXPECT_THAT(program.err.written, HasSubstr("That is not disk4. Nothing was started."));
+    EXPECT_THAT(program.err.written, HasSubstr("That is not disk4. Nothing was changed."));
   }
   program.console.typed = {};
   EXPECT_EQ(program.run(write), ExitStatus::failed) << "the end of input";
-  program.console.typed = {""};
-  EXPECT_EQ(program.run({"device", "write", "/x.img", ""}), ExitStatus::failed);
-  EXPECT_EQ(program.helper.connections, 0);
+  EXPECT_FALSE(started());
 
   program.console.typed = {" disk4\r"};
   EXPECT_EQ(program.run(write), ExitStatus::done);
@@ -100,6 +122,53 @@ TEST_F(DeviceCommands, EraseOnlyWhatHasBeenNamedTwice) {
             ExitStatus::done);
   program.console.typed = {"/Volumes/My USB/"};
   EXPECT_EQ(program.run(media), ExitStatus::failed);
+}
+
+TEST_F(DeviceCommands, AnImageThatIsHardlyADiskIsAskedAbout) {
+  const std::string udif = std::string(1000, 'x') + "koly" + std::string(508, '\0');
+  const std::pair<std::string, std::string> odd[] = {
+      {file("empty.img", ""), "is empty"},
+      {file("a.img", std::string("\xFD\x37zXZ\0\0", 7)), "is compressed with xz"},
+      {file("b.img", "\x1F\x8B\x08"), "is compressed with gzip"},
+      {file("c.img", "\x28\xB5\x2F\xFDx"), "is compressed with zstd"},
+      {file("d.img", "BZh9x"), "is compressed with bzip2"},
+      {file("e.img", "PK\x03\x04x"), "is a zip archive"},
+      {file("f.dmg", udif), "is a UDIF disk image"}};
+  for (const auto& [image, words] : odd) {
+    program.helper.connections = 0;
+    EXPECT_EQ(program.run({"device", "write", image, "disk4", "--yes"}), ExitStatus::usage);
+    EXPECT_THAT(program.err.written, HasSubstr("molvanectl: " + image + " " + words));
+    EXPECT_THAT(program.err.written,
+                HasSubstr("would be written as it is; where nobody can be asked, say so with --as-is"));
+    EXPECT_EQ(program.helper.connections, 0);
+    EXPECT_EQ(program.run({"device", "write", image, "disk4", "--yes", "--as-is", "--json"}),
+              ExitStatus::done);
+  }
+
+  program.console.hasPerson = program.errIsTerminal = true;
+  const Words write = {"device", "write", odd[1].first, "disk4"};
+  program.helper.calls.clear();
+  program.console.typed = {"disk4", "disk4"};
+  EXPECT_EQ(program.run(write), ExitStatus::failed);
+  EXPECT_FALSE(started());
+  program.console.typed = {"as-is", "disk4"};
+  EXPECT_EQ(program.run(write), ExitStatus::done);
+  EXPECT_THAT(program.err.written, HasSubstr("it is. Type as-is to go on.\nmolvanectl: Everything on disk4"));
+
+  // Parts of a magic, and what no person may read or nobody should open: the helper decides.
+  for (const std::string& image : {file("g.img", std::string("\xFD\x37zX", 4)), file("h.img", "koly"),
+                                   file("fifo.img"), std::string("/dev/full"), folder.path()}) {
+    if (image.ends_with("fifo.img")) {
+      std::filesystem::remove(image);
+      ASSERT_EQ(::mkfifo(image.c_str(), 0600), 0);
+    }
+    EXPECT_EQ(program.run({"device", "write", image, "disk4", "--yes"}), ExitStatus::done) << image;
+  }
+  const std::string missing = folder.path() + "/none.img";
+  for (const std::string& name : {missing, folder.path() + "/none/../none.img", missing + "/"}) {
+    EXPECT_EQ(program.run({"device", "write", name, "disk4"}), ExitStatus::failed);
+    EXPECT_EQ(program.err.written, "molvanectl: There is no file " + missing + ".\n");
+  }
 }
 
 TEST_F(DeviceCommands, DetachPrintsTheIdentifierAndLeavesTheJob) {
@@ -115,13 +184,17 @@ TEST_F(DeviceCommands, DetachPrintsTheIdentifierAndLeavesTheJob) {
 
 TEST_F(DeviceCommands, ARefusalIsTheHelpersOwn) {
   program.helper.refusals["start"] = {"com.molvane.helper.policy", 10, "disk4 is an internal disk. Refused."};
-  EXPECT_EQ(program.run({"device", "write", "/x.img", "disk4", "--yes"}), ExitStatus::failed);
-  EXPECT_EQ(program.err.written,
-            "molvanectl: disk4 is an internal disk. Refused. (com.molvane.helper.policy, 10)\n");
+  program.console.hasPerson = program.errIsTerminal = true;
+  for (const char* const option : {"--yes", "--detach"}) {
+    EXPECT_EQ(program.run({"device", "write", file("x.img"), "disk4", option}), ExitStatus::failed);
+    EXPECT_EQ(program.err.written,
+              "molvanectl: disk4 is an internal disk. Refused. (com.molvane.helper.policy, 10)\n")
+        << "and no question before it";
+  }
   program.helper.refusals.clear();
   program.helper.startedJob.clear();
   EXPECT_EQ(program.run({"device", "backup-destination", "/Volumes/B"}), ExitStatus::failed);
-  EXPECT_EQ(program.err.written, "molvanectl: The helper said no and gave no reason.\n");
+  EXPECT_EQ(program.err.written, "molvanectl: The helper refused and gave no reason.\n");
 }
 
 TEST_F(DeviceCommands, StatusPrintsAJobOnce) {

@@ -2,11 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "HelperProtocol/DeviceJobStatus.hpp"
+#include "Platform/testing/TemporaryFolder.hpp"
 #include "molvanectl/testing/HelpReader.hpp"
 #include "molvanectl/testing/InProcess.hpp"
 
@@ -36,7 +38,10 @@ DeviceJobStatus failed(const std::string& error, const std::string& log) {
 }
 
 struct DeviceFollowing : ::testing::Test {
-  DeviceFollowing() { program.helper.startedJob = "J"; }
+  DeviceFollowing() {
+    std::ofstream(folder.path() + "/x.img") << "content";
+    program.helper.startedJob = "J";
+  }
 
   // The helper answers with these in turn.
   void script(const std::vector<DeviceJobStatus>& statuses) {
@@ -51,8 +56,9 @@ struct DeviceFollowing : ::testing::Test {
     return static_cast<int>(std::count(program.helper.calls.begin(), program.helper.calls.end(), "cancel J"));
   }
 
+  TemporaryFolder folder;
   InProcess program;
-  const Words write = {"device", "write", "/x.img", "disk4", "--yes"};
+  const Words write = {"device", "write", folder.path() + "/x.img", "disk4", "--yes"};
   const Words image = {"device", "image", "disk4", "/tmp/x.img"};
   const Words media = {"device", "install-media", "/Applications/I.app", "/Volumes/USB", "--yes"};
   const Words backup = {"device", "backup-destination", "/Volumes/B"};
@@ -164,8 +170,8 @@ TEST_F(DeviceFollowing, AFailureIsToldOnceWithWhatItMayLeave) {
   EXPECT_EQ(program.out.written, "$ tmutil setdestination /Volumes/B\nno\nway\n");
   EXPECT_THAT(program.err.written,
               EndsWith("molvanectl: tmutil exited 1: no\nway\n"
-                       "molvanectl: Whether the backup destination has changed, the system's "
-                       "settings tell.\n"));
+                       "molvanectl: Check the system's settings to see whether the backup "
+                       "destination has changed.\n"));
   script({status(Phase::cancelled)});
   EXPECT_EQ(program.run(write), ExitStatus::failed);
   EXPECT_THAT(program.err.written, EndsWith("molvanectl: The job was cancelled.\n"
@@ -173,7 +179,7 @@ TEST_F(DeviceFollowing, AFailureIsToldOnceWithWhatItMayLeave) {
   EXPECT_THAT(program.out.written, IsEmpty());
   script({failed("Write failed: No space left on device", "Reading x\n")});
   EXPECT_EQ(program.run(image), ExitStatus::failed);
-  EXPECT_THAT(program.err.written, EndsWith("What there may be at /tmp/x.img is not the whole disk.\n"));
+  EXPECT_THAT(program.err.written, EndsWith("A partial image may be left at /tmp/x.img.\n"));
 
   // The helper calls it finished when there is nothing more to read.
   script({status(Phase::finished, 1'500'000, 24'000'000, "Writing x\nDone.\n")});
@@ -182,6 +188,27 @@ TEST_F(DeviceFollowing, AFailureIsToldOnceWithWhatItMayLeave) {
               EndsWith("molvanectl: Only 1.50 MB of 24.0 MB could be copied; there was no more to read.\n"
                        "molvanectl: disk4 may hold only a part of the image.\n"));
   EXPECT_THAT(program.out.written, IsEmpty());
+}
+
+TEST_F(DeviceFollowing, OnceItVerifiesTheWholeImageIsOnTheDisk) {
+  const std::string log = "Writing x\nVerifying…\n";
+  const std::string unproved = ", but that the disk holds the same has not been proved.";
+  for (const auto& [end, left] :
+       {std::pair{failed("Verification failed: device content differs from the image.", log),
+                  std::string(", but the disk gives back something else. Do not use it.")},
+        {failed("Verify read failed: Input/output error", log), unproved},
+        {status(Phase::cancelled, 5, 9, log), unproved}}) {
+    for (const Words& words : {write, Words{"device", "watch", "J"}}) {
+      script({end});
+      EXPECT_EQ(program.run(words), ExitStatus::failed);
+      EXPECT_THAT(program.err.written, HasSubstr("molvanectl: The whole image was written"));
+      EXPECT_THAT(program.err.written, EndsWith(left + "\n"));
+    }
+  }
+  script({status(Phase::verifying, 5, 9, log)});
+  program.helper.callsUntilLost = 3;
+  EXPECT_EQ(program.run(write), ExitStatus::noConnection);
+  EXPECT_THAT(program.err.written, EndsWith("The whole image was written to disk4" + unproved + "\n"));
 }
 
 TEST_F(DeviceFollowing, NothingIsSaidToBeLeftWhereNothingIs) {
@@ -222,17 +249,6 @@ TEST_F(DeviceFollowing, AnInterruptionCancelsOnceAndWaitsForTheOutcome) {
   EXPECT_EQ(program.run({"device", "watch", "J", "--json"}), ExitStatus::done);
   EXPECT_THAT(program.out.written,
               HasSubstr("{\"event\":\"cancelling\",\"job\":\"J\",\"accepted\":false}\n"));
-}
-
-TEST_F(DeviceFollowing, ASecondInterruptionLeavesWithTheIdentifier) {
-  program.console.interruptedWaits = {1, 3};
-  script({status(Phase::running)});
-  EXPECT_EQ(program.run(write), ExitStatus::failed);
-  EXPECT_EQ(cancellations(), 1);
-  EXPECT_EQ(program.console.waits, 3);
-  EXPECT_THAT(program.err.written,
-              HasSubstr("Left the job J before its end. It was asked to stop, but may still "
-                        "run; 'molvanectl device watch J' follows it."));
 }
 
 TEST_F(DeviceFollowing, WatchLearnsFromTheLogWhatTheJobDoes) {

@@ -29,9 +29,11 @@ class StatusCommand final : public JobCommand {
   CommandText text() const override {
     return {
         "status", "Tell once how a job stands",
-        "Prints the phase of a job and how far it has come, then what there is of unreadable blocks, "
-        "SHA-256 and error. Ends with 0 whatever the phase is. The helper knows the jobs that were started "
-        "since it runs. With --json: an object with the keys job, phase, bytesDone, bytesTotal, badBlocks "
+        "Prints the phase of a job and how far it has come, then the number of unreadable blocks, the "
+        "SHA-256 "
+        "and the error, if any. Ends with 0 whatever the phase is. The helper only knows jobs started since "
+        "it was last started. With --json: an object with the keys job, phase, bytesDone, bytesTotal, "
+        "badBlocks "
         "and log, and sha256 and error where there are any.",
         "molvanectl device status 6F1E5D2A-8C47-4B1B-9A5E-0D3C2B7A9F10"};
   }

@@ -17,7 +17,13 @@ std::string unreadableBlocksText(std::int64_t count) {
                     : std::to_string(count) + " blocks could not be read; zeros stand in their place.";
 }
 
-/// Whether the helper gave up before it had touched anything: the texts are the helper's.
+// The texts of statuses are the helper's.
+
+bool differs(const DeviceJobStatus& status) {
+  return status.error && status.error->starts_with("Verification failed: ");
+}
+
+/// Whether the helper gave up before it had touched anything.
 bool neverBegan(const DeviceJobStatus& status) {
   return status.error &&
          (status.error->starts_with("Cannot open ") || status.error->starts_with("Cannot create "));
@@ -60,7 +66,7 @@ ExitStatus DeviceJobFollower::follow() {
     view_->close();
     std::string description = "The connection to the helper was lost. What has become of the job " + jobID_ +
                               " is not known; it may have been broken off.";
-    if (!words_.leftBehind.empty()) description += " " + words_.leftBehind;
+    if (const std::string left = leftBehind(); !left.empty()) description += " " + left;
     output.error({std::string(kProgramErrorDomain), static_cast<int>(ExitStatus::noConnection), description},
                  {"job", jobID_, true});
     return ExitStatus::noConnection;
@@ -79,12 +85,19 @@ ExitStatus DeviceJobFollower::followToEnd() {
       return ExitStatus::failed;
     }
     if (guessing_) guessWords(*answer.status);
+    verifies_ = answer.status->log.find("\nVerifying…\n") != std::string::npos;
     view_->show(*answer.status, words_, waiter_.now());
     if (answer.status->isTerminal()) return report(*answer.status);
     if (!waiter_.wait(kJobLookInterval)) continue;
     if (++interruptions_ > 1) return left();
     view_->cancelling(askToCancel());
   }
+}
+
+std::string DeviceJobFollower::leftBehind(bool differs) const {
+  if (!verifies_ || words_.allWritten.empty()) return words_.leftBehind;
+  return words_.allWritten + (differs ? ", but the disk gives back something else. Do not use it."
+                                      : ", but that the disk holds the same has not been proved.");
 }
 
 bool DeviceJobFollower::askToCancel() {
@@ -110,14 +123,14 @@ ExitStatus DeviceJobFollower::report(const DeviceJobStatus& status) {
       // An image that was cut short while it was written, or a disk that is smaller than it says.
       fail("Only " + byteText(status.bytesDone) + " of " + byteText(status.bytesTotal) +
                " could be copied; there was no more to read.",
-           words_.leftBehind);
+           leftBehind());
       return ExitStatus::failed;
     case Phase::cancelled:
-      fail("The job was cancelled.", words_.cleansUp ? std::string() : words_.leftBehind);
+      fail("The job was cancelled.", words_.cleansUp ? std::string() : leftBehind());
       return ExitStatus::failed;
     default:
       fail(status.error.value_or("The job failed and gave no reason."),
-           neverBegan(status) ? std::string() : words_.leftBehind);
+           neverBegan(status) ? std::string() : leftBehind(differs(status)));
       return ExitStatus::failed;
   }
   if (interruptions_ > 0) output.notice("The job was to be cancelled, but it came to its normal end.");
@@ -135,9 +148,13 @@ void DeviceJobFollower::fail(const std::string& description, const std::string& 
 
 void DeviceJobFollower::guessWords(const DeviceJobStatus& status) {
   if (status.log.starts_with("Writing ")) {
-    words_ = {"writing", "The image has been written.", "The disk may hold only a part of the image.", false};
+    words_ = {.running = "writing",
+              .done = "The image has been written.",
+              .leftBehind = "The disk may hold only a part of the image.",
+              .allWritten = "The whole image was written",
+              .showsLog = false};
   } else if (status.log.starts_with("Reading ")) {
-    words_ = {"reading", "The disk has been read.", {}, false};
+    words_ = {.running = "reading", .done = "The disk has been read.", .showsLog = false};
   }
 }
 

@@ -47,6 +47,8 @@ class DeviceJobFollower {
   void fail(const std::string& description, const std::string& note);
   bool askToCancel();
   void guessWords(const DeviceJobStatus& status);
+  /// A sentence about the remains of a job that did not finish; `differs` of one whose verification failed.
+  [[nodiscard]] std::string leftBehind(bool differs = false) const;
 
   Session& session_;
   Waiter& waiter_;
@@ -54,6 +56,7 @@ class DeviceJobFollower {
   bool guessing_;
   DeviceJobWords words_;
   std::unique_ptr<DeviceJobView> view_;
+  bool verifies_ = false;  ///< everything has been written
   int interruptions_ = 0;
 };
 

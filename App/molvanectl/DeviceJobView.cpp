@@ -118,7 +118,7 @@ class BarView final : public TextView {
     if (status.isTerminal()) return clear();
     progress_.update(status, now);
     const std::string line = progressLine(phaseWord(status, words), progress_, width(), lastTurn());
-    // Not drawn again for nothing: who has gone back in the terminal to read is not called away from it.
+    // Drawn only on a change, so that a person who has scrolled back is not pulled to the bottom.
     if (line == drawn_) return;
     output().redraw(line);
     drawn_ = line;

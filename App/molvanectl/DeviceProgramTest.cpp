@@ -1,26 +1,19 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/ioctl.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <csignal>
-#include <cstdlib>
-#include <stdexcept>
+#include <fstream>
 #include <string>
 #include <vector>
 
 #include "HelperProtocol/DeviceJobStatus.hpp"
 #include "HelperProtocol/testing/ServedHelper.hpp"
-#include "Platform/FileDescriptor.hpp"
+#include "Platform/testing/TemporaryFolder.hpp"
 #include "molvanectl/SystemConsole.hpp"
-#include "molvanectl/testing/Shell.hpp"
+#include "molvanectl/testing/OnTerminal.hpp"
 
 namespace molvane::ctl {
 namespace {
@@ -30,92 +23,22 @@ using molvane::testing::RecordingHelper;
 using molvane::testing::ServedHelper;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
-using ::testing::Not;
 
 using Phase = DeviceJobStatus::Phase;
-
-/// A program in a session of its own, whose controlling terminal this object is the other side of.
-class OnTerminal {
- public:
-  OnTerminal(std::vector<std::string> words, unsigned short columns) {
-    terminal_.reset(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
-    if (!terminal_ || ::grantpt(terminal_.get()) != 0 || ::unlockpt(terminal_.get()) != 0) {
-      throw std::runtime_error("no terminal");
-    }
-    winsize size{};
-    size.ws_col = columns;
-    size.ws_row = 24;
-    ::ioctl(terminal_.get(), TIOCSWINSZ, &size);
-    const std::string name = ::ptsname(terminal_.get());
-    std::vector<char*> arguments;
-    for (std::string& word : words) arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    process_ = ::fork();
-    if (process_ != 0) return;
-    // A shell starts what runs in its background with the signal ignored, and this is not to be inherited.
-    static_cast<void>(std::signal(SIGINT, SIG_DFL));
-    ::setsid();
-    const int own = ::open(name.c_str(), O_RDWR);
-    ::ioctl(own, TIOCSCTTY, 0);
-    for (const int standard : {0, 1, 2}) ::dup2(own, standard);
-    ::execv(arguments[0], arguments.data());
-    ::_exit(127);
-  }
-
-  ~OnTerminal() {
-    if (process_ <= 0) return;
-    ::kill(process_, SIGKILL);
-    ::waitpid(process_, nullptr, 0);
-  }
-  OnTerminal(const OnTerminal&) = delete;
-  OnTerminal& operator=(const OnTerminal&) = delete;
-
-  void type(const std::string& keys) {
-    ASSERT_EQ(::write(terminal_.get(), keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
-  }
-
-  /// Reads on until `text` has been shown; everything shown since the last call.
-  std::string showing(const std::string& text) {
-    std::string shown;
-    while (shown.find(text) == std::string::npos && readInto(shown)) {
-    }
-    EXPECT_THAT(shown, HasSubstr(text));
-    return shown;
-  }
-
-  /// What is still shown, and the exit status.
-  std::pair<std::string, int> end() {
-    std::string shown;
-    while (readInto(shown)) {
-    }
-    int status = 0;
-    ::waitpid(std::exchange(process_, -1), &status, 0);
-    return {shown, WIFEXITED(status) ? WEXITSTATUS(status) : -1};
-  }
-
- private:
-  bool readInto(std::string& shown) {
-    pollfd entry{terminal_.get(), POLLIN, 0};
-    if (::poll(&entry, 1, 60'000) != 1) return false;
-    char buffer[4096];
-    const ssize_t count = ::read(terminal_.get(), buffer, sizeof buffer);
-    if (count <= 0) return false;
-    shown.append(buffer, static_cast<std::size_t>(count));
-    return true;
-  }
-
-  FileDescriptor terminal_;
-  pid_t process_ = -1;
-};
 
 /// A helper with one job, which changes its phase only when it is told to.
 class OneJob {
  public:
   OneJob() {
-    set(Phase::running);
+    // To the question about the disk, whose image no helper accepts.
+    served_.helper().setAnswers(Answers::failure(
+        {"com.molvane.helper.policy", 10, "Image not allowed:  (.img/.iso/.raw/.dmg/.cdr)"}));
     served_.helper().setBeforeReply([this] {
       for (const RecordingHelper::Call& call : served_.helper().takeCalls()) {
-        if (call.method == "startDeviceJob") started_ = call.argument;
+        if (call.method == "startDeviceJob") {
+          started_ = call.argument;
+          set(Phase::running);
+        }
         if (call.method != "cancelDeviceJob") continue;
         ++cancellations_;
         if (obeys_) set(Phase::cancelled);
@@ -149,73 +72,54 @@ class OneJob {
   ServedHelper served_;
 };
 
-std::vector<std::string> writing(const OneJob& job) {
-  return {MOLVANECTL_PROGRAM, "--socket", job.socketPath(), "device", "write", "/x.img", "disk4"};
-}
+struct DeviceProgram : ::testing::Test {
+  DeviceProgram() { std::ofstream(image) << "content"; }
 
-TEST(DeviceProgram, CtrlCAtATerminalCancelsAndWaits) {
+  [[nodiscard]] std::vector<std::string> writing() const {
+    return {MOLVANECTL_PROGRAM, "--socket", job.socketPath(), "device", "write", image, "disk4"};
+  }
+
+  TemporaryFolder folder;
+  const std::string image = folder.path() + "/x.img";
   OneJob job;
-  OnTerminal terminal(writing(job), 50);
-  terminal.showing("Type disk4 to go on.");
+};
+
+TEST_F(DeviceProgram, CtrlCAtATerminalCancelsAndWaits) {
+  OnTerminal terminal(writing(), 50);
+  terminal.waitFor("Type disk4 to go on.");
   terminal.type("disk4\n");
-  std::string shown = terminal.showing("writing   42%");
-  EXPECT_THAT(shown, HasSubstr("job 6F1E5D2A"));
+  terminal.waitFor("job 6F1E5D2A");
+  terminal.waitFor("writing   42%");
   terminal.type("\x03");
-  const auto [rest, status] = terminal.end();
-  EXPECT_EQ(status, 1);
-  EXPECT_THAT(rest, HasSubstr("The helper was asked to cancel the job."));
+  EXPECT_EQ(WEXITSTATUS(terminal.end()), 1);
+  const std::string& shown = terminal.shown;
+  EXPECT_THAT(shown, HasSubstr("The helper was asked to cancel the job."));
   EXPECT_THAT(
-      rest,
+      shown,
       EndsWith(
           "molvanectl: The job was cancelled.\r\nmolvanectl: disk4 may hold only a part of the image.\r\n"));
   EXPECT_EQ(job.cancellations(), 1);
   EXPECT_THAT(job.started(), HasSubstr(R"("targetBSD":"disk4","verify":true)"));
 
   // What is drawn over fits into the terminal.
-  shown += rest;
   for (std::size_t at = 0; (at = shown.find("\x1b[K", at)) != std::string::npos; ++at) {
     EXPECT_LT(at - shown.rfind('\r', at) - 1, 50U);
   }
 }
 
-TEST(DeviceProgram, ASecondCtrlCLeavesAJobThatDoesNotStop) {
-  OneJob job;
+TEST_F(DeviceProgram, ASecondCtrlCLeavesAJobThatDoesNotStop) {
   job.disobey();
-  OnTerminal terminal(writing(job), 80);
-  terminal.showing("to go on.");
+  OnTerminal terminal(writing());
+  terminal.waitFor("to go on.");
   terminal.type("disk4\n");
-  terminal.showing("42%");
+  terminal.waitFor("42%");
   terminal.type("\x03");
-  terminal.showing("was asked to cancel");
+  terminal.waitFor("was asked to cancel");
   terminal.type("\x03");
-  const auto [rest, status] = terminal.end();
-  EXPECT_EQ(status, 1);
-  EXPECT_THAT(rest, HasSubstr("Left the job 6F1E5D2A before its end."));
+  EXPECT_EQ(WEXITSTATUS(terminal.end()), 1);
+  EXPECT_THAT(terminal.shown, HasSubstr("Left the job 6F1E5D2A before its end."));
+  EXPECT_THAT(terminal.shown, HasSubstr("'molvanectl device watch 6F1E5D2A' follows it."));
   EXPECT_EQ(job.cancellations(), 1);
-}
-
-TEST(DeviceProgram, CtrlCAtTheQuestionStartsNothing) {
-  OneJob job;
-  OnTerminal terminal(writing(job), 80);
-  terminal.showing("to go on.");
-  terminal.type("\x03");
-  EXPECT_EQ(terminal.end().second, -1) << "ended by the signal";
-  EXPECT_EQ(job.started(), "");
-}
-
-TEST(DeviceProgram, ATerminationSignalCancelsWithoutATerminal) {
-  OneJob job;
-  const ShellResult result =
-      shell("exec 3< <(exec 2>&1; echo $BASHPID; exec $M --socket " + job.socketPath() +
-            " device image disk4 /tmp/x.img)\n"
-            "read -r pid <&3\n"
-            "while read -r line <&3; do echo \"$line\"; [[ $line == *42%* ]] && kill -TERM $pid; done\n"
-            "wait $!");
-  EXPECT_EQ(result.status, 1) << result.output;
-  EXPECT_EQ(job.cancellations(), 1);
-  EXPECT_THAT(result.output, HasSubstr("molvanectl: reading: 42%, 420 bytes of 1.00 kB\n"));
-  EXPECT_THAT(result.output, HasSubstr("molvanectl: The job was cancelled.\n"));
-  EXPECT_THAT(result.output, Not(HasSubstr("\x1b")));
 }
 
 TEST(SystemConsole, TakesSignalsAsLongAsAWaiterLives) {

@@ -40,7 +40,7 @@ void OptionSet::value(const std::string& names, std::string_view placeholder, st
 }
 
 void OptionSet::argument(const std::string& placeholder, std::string& value, std::string_view help) {
-  const CLI::Option* option = app_.add_option(placeholder)->required();
+  const CLI::Option* option = app_.add_option(placeholder)->required()->check(whyNoValue);
   stores_.emplace_back([option, &value] { value = option->results().back(); });
   arguments_.push_back({placeholder, std::string(help)});
 }

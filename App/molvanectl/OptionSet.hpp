@@ -35,7 +35,7 @@ class OptionSet {
   void value(const std::string& names, std::string_view placeholder, std::string& value,
              std::string_view help);
 
-  /// A required argument.
+  /// A required argument, which must not be empty.
   void argument(const std::string& placeholder, std::string& value, std::string_view help);
 
   /// One or more arguments. It takes all that follow, so it is declared last.

@@ -63,7 +63,7 @@ void Output::redraw(std::string_view line) {
   try {
     streams_.err.write("\r" + std::string(line) + "\x1b[K");
   } catch (const OutputError&) {
-    // As below.
+    // There is no other place to say it.
   }
 }
 
@@ -83,7 +83,7 @@ void Output::report(const Record& object) {
   try {
     streams_.err.write(asLine(object, streams_.errIsTerminal));
   } catch (const OutputError&) {
-    // As above.
+    // There is no other place to say it.
   }
 }
 

@@ -34,7 +34,7 @@ struct Item {
 ///
 /// What goes to a terminal is passed through visibleText, since paths, transcripts and messages come from
 /// elsewhere. Elsewhere it stays byte for byte. Standard output that cannot be written throws OutputError;
-/// standard error that cannot be written is nobody's loss.
+/// failures to write standard error are ignored.
 class Output {
  public:
   explicit Output(const Streams& streams) : streams_(streams) {}
@@ -64,7 +64,7 @@ class Output {
   /// the description does not mention it.
   void error(const NSError& error, const Item& item);
 
-  /// Something that who follows should know, on standard error as an error is; not written with JSON.
+  /// A notice for the person at the program, on standard error; not written with JSON.
   void notice(std::string_view text);
 
   [[nodiscard]] bool errIsTerminal() const { return streams_.errIsTerminal; }

@@ -38,7 +38,7 @@ class SizeCommand : public PathCommand {
  public:
   CommandText text() const override {
     return {
-        "size", "Measure items below the helper's folders",
+        "size", "Measure items below the helper's caches, logs and temporary folders",
         "Prints the size in bytes of the regular files at or below each path: the number alone for one path, "
         "number, tab and path for several. The helper measures below its own caches, logs and temporary "
         "folders; it leaves out hidden items and what is inside application bundles, and stops after 20,000 "
@@ -70,7 +70,7 @@ class SizeCommand : public PathCommand {
 class RemoveCommand : public PathCommand {
  public:
   CommandText text() const override {
-    return {"remove", "Remove items below the helper's folders, for good",
+    return {"remove", "Remove items below the same folders, for good",
             "Removes each item with everything in it, permanently: nothing goes to a Trash. The helper "
             "removes below "
             "its own caches, logs and temporary folders, never these folders themselves. When one path is "

@@ -10,7 +10,7 @@ class PingCommand : public Command {
  public:
   CommandText text() const override {
     return {
-        "ping", "Ask the helper for a sign of life",
+        "ping", "Check that the helper answers",
         "Connects to the helper, which starts it if it does not run, and prints its answer, \"pong\". With "
         "--json: an object with the key reply.",
         "molvanectl ping"};

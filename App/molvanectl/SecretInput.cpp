@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <charconv>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 
 #include "Base/Utf8.hpp"
@@ -40,8 +41,16 @@ std::string lineOf(int descriptor) {
   return line;
 }
 
-std::string checked(std::string secret) {
+/// `what` names the password at the beginning of a sentence.
+std::string checked(const std::string& what, std::string secret) {
   if (!isValidUtf8(secret)) throw UsageError("the password is not valid UTF-8");
+  // Of these the helper only says that a password must be one line of some length.
+  std::string_view problem;
+  if (secret.ends_with('\r'))
+    problem = "ends with a carriage return, as a line of a text file from Windows does";
+  if (secret.find('\0') != std::string::npos) problem = "holds a NUL character";
+  if (!problem.empty())
+    throw std::runtime_error(what + " " + std::string(problem) + ". Nothing was changed.");
   return secret;
 }
 
@@ -57,8 +66,8 @@ SecretInput::SecretInput(const std::string& descriptor) {
 }
 
 std::string SecretInput::read(const std::string& prompt) const {
-  if (descriptor_ >= 0) return checked(lineOf(descriptor_));
-  return checked(secretFromTerminal(prompt + ": "));
+  if (descriptor_ >= 0) return checked(prompt, lineOf(descriptor_));
+  return checked(prompt, secretFromTerminal(prompt + ": "));
 }
 
 std::string SecretInput::readNew(const std::string& prompt) const {

@@ -1,10 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <pty.h>
 #include <sys/wait.h>
-#include <termios.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <string>
@@ -12,7 +8,8 @@
 
 #include "Core/LocalAccounts.hpp"
 #include "HelperProtocol/testing/ServedHelper.hpp"
-#include "Platform/FileDescriptor.hpp"
+#include "molvanectl/testing/OnTerminal.hpp"
+#include "molvanectl/testing/Shell.hpp"
 
 namespace molvane::ctl {
 namespace {
@@ -24,78 +21,6 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::SizeIs;
-
-constexpr int kLongestWait = 30'000;  // milliseconds, for what comes at once
-
-/// The built program, or another one, on a terminal of its own, with a person who types.
-class OnTerminal {
- public:
-  explicit OnTerminal(std::vector<std::string> arguments, const std::string& program = MOLVANECTL_PROGRAM) {
-    arguments.insert(arguments.begin(), program);
-    std::vector<char*> words;
-    for (std::string& word : arguments) words.push_back(word.data());
-    words.push_back(nullptr);
-    int terminal = -1;
-    process_ = forkpty(&terminal, nullptr, nullptr, nullptr);
-    if (process_ == 0) {
-      execv(words[0], words.data());
-      _exit(127);
-    }
-    terminal_.reset(terminal);
-  }
-  ~OnTerminal() {
-    if (process_ > 0) {
-      kill(process_, SIGKILL);
-      waitpid(process_, nullptr, 0);
-    }
-  }
-  OnTerminal(const OnTerminal&) = delete;
-  OnTerminal& operator=(const OnTerminal&) = delete;
-
-  /// Reads on until the screen ends with `text`.
-  void waitFor(const std::string& text) {
-    while (!shown.ends_with(text)) ASSERT_TRUE(readSome()) << shown;
-  }
-
-  void type(const std::string& text) {
-    ASSERT_EQ(write(terminal_.get(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
-  }
-
-  /// To all that run on the terminal.
-  void signal(int number) { kill(-process_, number); }
-
-  [[nodiscard]] bool echoes() const {
-    termios settings{};
-    EXPECT_EQ(tcgetattr(terminal_.get(), &settings), 0);
-    return (settings.c_lflag & ECHO) != 0;
-  }
-
-  /// The wait status at the program's end.
-  int end() {
-    while (readSome()) continue;
-    int status = -1;
-    EXPECT_EQ(waitpid(process_, &status, 0), process_);
-    process_ = -1;
-    return status;
-  }
-
-  std::string shown;
-
- private:
-  /// False at the end, which this host tells by an error, and when nothing comes.
-  bool readSome() {
-    pollfd waiting{terminal_.get(), POLLIN, 0};
-    if (poll(&waiting, 1, kLongestWait) != 1) return false;
-    char buffer[4096];
-    const ssize_t count = read(terminal_.get(), buffer, sizeof buffer);
-    if (count <= 0) return false;
-    shown.append(buffer, static_cast<std::size_t>(count));
-    return true;
-  }
-
-  pid_t process_ = -1;
-  FileDescriptor terminal_;
-};
 
 // The thread sanitizer keeps signals back until a call that it knows to wait, and pselect is none of these.
 #ifdef MOLVANE_SIGNALS_HELD_BACK
@@ -113,7 +38,7 @@ class SecretInputTest : public ::testing::Test {
   }
 
   std::vector<std::string> command(std::vector<std::string> words) {
-    words.insert(words.begin(), {"--socket", served.socketPath(), "account"});
+    words.insert(words.begin(), {MOLVANECTL_PROGRAM, "--socket", served.socketPath(), "account"});
     return words;
   }
 
@@ -185,7 +110,7 @@ TEST_F(SecretInputTest, ASignalIsObeyedWithTheEchoBack) {
   OnTerminal stopped(command({"reset-password", "bob"}));
   stopped.waitFor("New password for bob: ");
   stopped.signal(SIGTSTP);
-  stopped.waitFor("New password for bob: \r\nNew password for bob: ");
+  stopped.waitFor("\r\nNew password for bob: ");
   stopped.type("\n");
   EXPECT_EQ(WEXITSTATUS(stopped.end()), 1);
   EXPECT_THAT(served.helper().takeCalls(), IsEmpty());
@@ -194,9 +119,10 @@ TEST_F(SecretInputTest, ASignalIsObeyedWithTheEchoBack) {
 TEST_F(SecretInputTest, WhatWasTypedIsNotLeftForTheNextProgram) {
   if (kSignalsHeldBack) GTEST_SKIP() << "no signal comes through at the prompt";
   std::vector<std::string> words = command({"reset-password", "bob"});
-  words.insert(words.begin(), {"-c", "trap : TERM; \"$@\"; printf next:; IFS= read -r left; echo \"<$left>\"",
-                               "sh", MOLVANECTL_PROGRAM});
-  OnTerminal shell(words, "/bin/sh");
+  words.insert(
+      words.begin(),
+      {"/bin/sh", "-c", "trap : TERM; \"$@\"; printf next:; IFS= read -r left; echo \"<$left>\"", "sh"});
+  OnTerminal shell(words);
   shell.waitFor("New password for bob: ");
   shell.type("half a sec");
   shell.signal(SIGTERM);
@@ -207,27 +133,9 @@ TEST_F(SecretInputTest, WhatWasTypedIsNotLeftForTheNextProgram) {
 }
 
 TEST(SecretInput, WithoutATerminalItSaysHowElse) {
-  int ends[2];
-  ASSERT_EQ(pipe(ends), 0);
-  FileDescriptor reading(ends[0]);
-  FileDescriptor writing(ends[1]);
-  const pid_t child = fork();
-  if (child == 0) {
-    setsid();
-    dup2(writing.get(), STDERR_FILENO);
-    execl(MOLVANECTL_PROGRAM, MOLVANECTL_PROGRAM, "account", "create", "bob", nullptr);
-    _exit(127);
-  }
-  writing.reset();
-  std::string said;
-  char buffer[512];
-  for (ssize_t count = 0; (count = read(reading.get(), buffer, sizeof buffer)) > 0;) {
-    said.append(buffer, static_cast<std::size_t>(count));
-  }
-  int status = -1;
-  waitpid(child, &status, 0);
-  EXPECT_EQ(WEXITSTATUS(status), 1);
-  EXPECT_THAT(said, HasSubstr("--password-fd"));
+  const ShellResult result = shell("setsid -w $M account create bob 2>&1");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.output, HasSubstr("--password-fd"));
 }
 
 }  // namespace

@@ -17,7 +17,7 @@ MolvaneHelperXPCProtocol& Session::helper() {
 NSError refusal(const OptionalError& error) {
   if (error) return *error;
   return {std::string(kProgramErrorDomain), static_cast<int>(ExitStatus::failed),
-          "The helper said no and gave no reason."};
+          "The helper refused and gave no reason."};
 }
 
 }  // namespace molvane::ctl

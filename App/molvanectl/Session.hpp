@@ -64,7 +64,7 @@ class Session {
   bool answered_ = false;
 };
 
-/// The error of a reply that says no; one that says so where the helper gave none.
+/// The error of a reply that refuses; where the helper gave none, one that says so.
 [[nodiscard]] NSError refusal(const OptionalError& error);
 
 }  // namespace molvane::ctl

@@ -69,9 +69,13 @@ struct RevealedPiece {
   bool isNotation = false;         ///< stands for one character that is not shown as it is
   std::optional<Finding> finding;  ///< of that character, if it has one
   bool endsLine = false;           ///< stands for a newline, or for the LF of a CR LF
+  // Of a notation: its character, and where that stands, counted as in an Occurrence.
+  char32_t scalar = 0;
+  std::size_t line = 1;
+  std::size_t column = 1;
 };
 
-/// Hands the pieces of revealed(text) to `show`, in order, for whoever colours or wraps them.
+/// Hands the pieces of revealed(text) to `show`, in order, to be coloured, wrapped or listed.
 void reveal(std::string_view text, const std::function<void(const RevealedPiece&)>& show);
 
 /// A character with a finding, and where it stands.

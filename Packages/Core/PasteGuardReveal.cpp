@@ -102,7 +102,8 @@ void reveal(std::string_view text, const std::function<void(const RevealedPiece&
       return true;
     }
     showPlain();
-    show({notation(place.scalar), true, place.finding, place.endsLine});
+    show({notation(place.scalar), true, place.finding, place.endsLine, place.scalar, place.line,
+          place.column});
     return true;
   });
   showPlain();

@@ -107,9 +107,11 @@ TEST_F(DeviceJobs, PersonAtATerminalIsAskedAndSeesABar) {
     terminal.answer("molvanectl: Everything on disk7 will be erased. Type disk7 to go on.", "disk8");
     const Outcome outcome = terminal.wait();
     EXPECT_EQ(outcome.status, 1);
-    EXPECT_THAT(outcome.out, testing::EndsWith("Nothing was started.\n"));
+    EXPECT_THAT(outcome.out, testing::EndsWith("Nothing was changed.\n"));
     EXPECT_TRUE(disk.content() == std::string(16 * kMiB, '\0'));
   }
+  const Outcome refused = Terminal({kClient, "device", "write", image, "disk1"}, kAnn).wait();
+  EXPECT_EQ(refused.out, "molvanectl: disk1 is an internal disk. Refused. (com.molvane.helper.policy, 10)\n");
   disk.tell("hold-writes 8192");
   Terminal terminal(command, kAnn);
   terminal.answer("to go on.", "disk7");

@@ -67,6 +67,10 @@ class FakeHelper : public testing::RecordingHelper {
                       const Reply<std::optional<std::string>, OptionalError>& reply) override {
     note("start " + std::string(spec.begin(), spec.end()));
     if (const OptionalError error = refusalFor("start")) return reply(std::nullopt, error);
+    if (state_.calls.back().find(R"("sourcePath":"")") != std::string::npos) {
+      const std::string no = "Image not allowed:  (.img/.iso/.raw/.dmg/.cdr)";
+      return reply(std::nullopt, NSError{"com.molvane.helper.policy", 10, no});
+    }
     reply(state_.startedJob.empty() ? std::nullopt : std::optional(state_.startedJob), std::nullopt);
   }
   void deviceJobStatus(const std::string& jobID,
