@@ -1,11 +1,8 @@
 #include "Core/Scheduling/ScheduleStore.hpp"
 
 #include <algorithm>
-#include <cstdlib>
-#include <stdexcept>
 #include <utility>
 
-#include "Core/Scheduling/CalendarRange.hpp"
 #include "Core/Scheduling/ScheduleFile.hpp"
 #include "Platform/DirectoryHandle.hpp"
 #include "Platform/SafeFile.hpp"
@@ -16,12 +13,6 @@ namespace {
 
 /// Runs of one task are at least some minutes apart, so this takes no run away.
 constexpr double kEarlyRun = 60;
-
-constexpr double kSecondsPerDay = 86400;
-
-double secondsBetween(Date earlier, Date later) {
-  return later.secondsSinceReference - earlier.secondsSinceReference;
-}
 
 Date later(Date date, double seconds) { return {date.secondsSinceReference + seconds}; }
 
@@ -138,7 +129,7 @@ bool ScheduleStore::markRun(const Uuid& id, Date at, std::optional<RunOutcome> o
   task.lastOutcome = std::move(outcome);
   const std::optional<Date> planned = task.nextRun;
   const bool isPlannedRun = planned && *planned <= later(at, kEarlyRun);
-  task.nextRun = runAfter(task.schedule, isPlannedRun ? std::max(at, *planned) : at);
+  task.nextRun = task.schedule.nextRun(isPlannedRun ? std::max(at, *planned) : at, calendar_);
   if (planned && !isPlannedRun) task.nextRun = std::max(*task.nextRun, *planned);
   *found = std::make_shared<const ScheduledTask>(std::move(task));
   commit(std::move(tasks));
@@ -153,26 +144,11 @@ std::vector<ScheduledTask> ScheduleStore::skipMissed(Date now, double missedGrac
     if (!task->isMissed(now, missedGrace)) continue;
     missed.push_back(*task);
     ScheduledTask moved = *task;
-    moved.nextRun = runAfter(task->schedule, now);
+    moved.nextRun = task->schedule.nextRun(now, calendar_);
     task = std::make_shared<const ScheduledTask>(std::move(moved));
   }
   if (!missed.empty()) commit(std::move(tasks));
   return missed;
-}
-
-// Hours and minutes that do not lie within a day can take the schedule's answer before the moment. Then it is
-// asked again from as much further on. One that leads out of the calendar even so must not stop the other
-// tasks.
-Date ScheduleStore::runAfter(const Schedule& schedule, Date moment) const {
-  constexpr int kMostQuestions = 8;
-  Date asked = moment;
-  for (int i = 0; i < kMostQuestions; ++i) {
-    const Date next = schedule.nextRun(asked, calendar_);
-    if (next > moment) return next;
-    asked = later(asked, secondsBetween(next, moment) + kSecondsPerDay);
-  }
-  if (std::abs(wholeUnixSeconds(moment)) < kCalendarLimit) return later(moment, kSecondsPerDay);
-  throw std::out_of_range("no run can be computed for a moment outside the calendar");
 }
 
 }  // namespace molvane

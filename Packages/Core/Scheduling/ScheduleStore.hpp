@@ -58,13 +58,13 @@ class ScheduleStore {
   [[nodiscard]] std::vector<ScheduledTask> due(Date now, double missedGrace) const MOLVANE_EXCLUDES(lock_);
 
   /// Records that the task began to run at `at`, with what came of it if that is known, and moves its next
-  /// run on; false when there is none of that identifier. Throws std::out_of_range for a time outside the
-  /// calendar's range, as skipMissed does.
+  /// run on; false when there is none of that identifier. Throws std::out_of_range where
+  /// Schedule::nextRun does, as skipMissed does too.
   ///
   /// The next run afterwards is later than `at`. A run up to a minute ahead of the next run counts as that
   /// run, so that a clock set back between due and markRun does not make it run again; a run further ahead
   /// was one beside the schedule, and the next run does not come earlier for it. A task that had none gets
-  /// one. Where a schedule's hours lead out of the calendar, the run is a day later.
+  /// one.
   bool markRun(const Uuid& id, Date at, std::optional<RunOutcome> outcome) MOLVANE_EXCLUDES(changing_, lock_);
 
   /// Passes over the runs that due leaves out at `now` for being late: moves the next run of those tasks to
@@ -78,7 +78,6 @@ class ScheduleStore {
   [[nodiscard]] std::shared_ptr<const Tasks> snapshot() const MOLVANE_EXCLUDES(lock_);
   void commit(Tasks tasks) MOLVANE_REQUIRES(changing_) MOLVANE_EXCLUDES(lock_);
   void persist(const Tasks& tasks) MOLVANE_REQUIRES(changing_);
-  [[nodiscard]] Date runAfter(const Schedule& schedule, Date moment) const;
 
   /// Held over a whole change and the writing of it, so that the file sees changes in their order.
   mutable Mutex changing_;
