@@ -11,7 +11,7 @@ pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
 # is missing here.
 set(needed_sources
   Base/.*/(Characters|Date|Json|JsonCoding|JsonNumber|NSError|PathText|Text|UnicodeLibrary|Utf8|Uuid)
-  Platform/.*/(DirectoryHandle|FileDescriptor|SafeFile|SecureRandom|StandardPath|Users))
+  Platform/.*/(Deadline|DirectoryHandle|FileDescriptor|FileIdentity|LockFile|SafeFile|SecureRandom|StandardPath|Users))
 set(needed_headers
   Base/CaseError.hpp Base/Date.hpp Base/Json.hpp Base/JsonCoding.hpp Base/Mutex.hpp Base/Uuid.hpp)
 set(own_headers
