@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Core/Scheduling/KeptTask.hpp"
 #include "Core/Scheduling/ScheduleFile.hpp"
 #include "Core/Scheduling/ScheduleStore.hpp"
 
@@ -19,11 +20,11 @@ void require(bool holds) {
   if (!holds) std::abort();
 }
 
-void workWith(const std::vector<ScheduledTask>& tasks) {
+void workWith(const std::vector<KeptTask>& tasks) {
   static const Calendar calendar(*TimeZone::named("Europe/Berlin"));
   constexpr Date kNow{800000000};
   ScheduleStore store(std::nullopt, calendar);
-  for (const ScheduledTask& task : tasks) {
+  for (const auto& [task, unknownMembers] : tasks) {
     require(!task.schedule.description().empty());
     store.upsert(task);
     require(store.markRun(task.id, kNow, RunOutcome{}));
@@ -35,15 +36,17 @@ void workWith(const std::vector<ScheduledTask>& tasks) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  std::vector<ScheduledTask> tasks;
+  std::vector<KeptTask> tasks;
   try {
     tasks = decodedScheduleFile({reinterpret_cast<const char*>(data), size});
   } catch (const BrokenScheduleFile&) {
     return 0;
+  } catch (const NewerScheduleFile&) {
+    return 0;
   }
-  std::vector<std::shared_ptr<const ScheduledTask>> kept;
-  for (const ScheduledTask& task : tasks) kept.push_back(std::make_shared<const ScheduledTask>(task));
-  require(decodedScheduleFile(encodedScheduleFile(kept)) == tasks);
+  std::vector<std::shared_ptr<const KeptTask>> shared;
+  for (const KeptTask& kept : tasks) shared.push_back(std::make_shared<const KeptTask>(kept));
+  require(decodedScheduleFile(encodedScheduleFile(shared)) == tasks);
   workWith(tasks);
   return 0;
 }

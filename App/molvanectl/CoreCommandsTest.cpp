@@ -197,6 +197,10 @@ TEST_F(ScheduleCommands, RefusesWhatItCannotReadAndTouchesNothing) {
   EXPECT_EQ(program.run({"schedule", "next", file}), ExitStatus::failed);
   EXPECT_THAT(program.err.written, HasSubstr(file + " is no file of tasks: line 5: "));
   EXPECT_TRUE(std::filesystem::exists(file));
+
+  std::ofstream(file) << "{\"version\":2}\n";
+  EXPECT_EQ(program.run({"schedule", "next", file}), ExitStatus::failed);
+  EXPECT_THAT(program.err.written, HasSubstr(file + ": A newer version wrote this file of tasks (line 1: "));
 }
 
 }  // namespace

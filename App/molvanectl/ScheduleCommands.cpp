@@ -103,6 +103,8 @@ class ScheduleCommand : public Command {
       read = readScheduleFile(path_);
     } catch (const BrokenScheduleFile& broken) {
       throw std::runtime_error(path_ + " is no file of tasks: " + broken.what());
+    } catch (const NewerScheduleFile& newer) {
+      throw std::runtime_error(path_ + ": " + newer.what());
     } catch (const std::system_error& error) {
       throw std::runtime_error(whyUnreadable(path_, error.code()));
     }

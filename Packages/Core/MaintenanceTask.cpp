@@ -1,7 +1,8 @@
 #include "Core/MaintenanceTask.hpp"
 
-#include <algorithm>
 #include <cstddef>
+
+#include "Base/JsonCoding.hpp"
 
 namespace molvane {
 
@@ -180,5 +181,15 @@ bool MaintenanceTask::isSlow() const { return entry(case_).isSlow; }
 const std::vector<MaintenanceTask::Command>& MaintenanceTask::commands() const {
   return entry(case_).commands;
 }
+
+void fromJson(const JsonValue& json, MaintenanceTask& task) {
+  std::string id;
+  fromJson(json, id);
+  const std::optional<MaintenanceTask> parsed = MaintenanceTask::parse(id);
+  if (!parsed) throwUnknownCase();
+  task = *parsed;
+}
+
+JsonValue toJson(MaintenanceTask task) { return toJson(std::string(task.rawValue())); }
 
 }  // namespace molvane

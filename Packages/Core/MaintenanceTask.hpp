@@ -1,10 +1,14 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "Base/Json.hpp"
 
 namespace molvane {
 
@@ -37,6 +41,8 @@ class MaintenanceTask {
     bool operator==(const Command&) const = default;
   };
 
+  /// The first case, for a value that is read into.
+  constexpr MaintenanceTask() noexcept = default;
   // NOLINTNEXTLINE(google-explicit-constructor): a case is a task
   constexpr MaintenanceTask(Case which) noexcept : case_(which) {}
 
@@ -72,7 +78,18 @@ class MaintenanceTask {
   }
 
  private:
-  Case case_;
+  Case case_ = flushDNS;
 };
 
+// JSON form: the id. fromJson throws a DecodingError, also for a text that is the id of no task.
+void fromJson(const JsonValue& json, MaintenanceTask& task);
+[[nodiscard]] JsonValue toJson(MaintenanceTask task);
+
 }  // namespace molvane
+
+template <>
+struct std::hash<molvane::MaintenanceTask> {
+  std::size_t operator()(molvane::MaintenanceTask task) const noexcept {
+    return std::hash<molvane::MaintenanceTask::Case>()(task.which());
+  }
+};

@@ -3,8 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <set>
+#include <string_view>
+#include <unordered_set>
+#include <vector>
+
+#include "Base/JsonCoding.hpp"
 
 namespace molvane {
 namespace {
@@ -31,12 +35,15 @@ TEST(MaintenanceTask, ParsesExactlyTheIdsOfTheCatalogue) {
   EXPECT_EQ(MaintenanceTask::parse(std::string_view("flush-dns\0", 10)), std::nullopt);
 }
 
-TEST(MaintenanceTask, TheTableIsInTheOrderOfTheCases) {
-  EXPECT_EQ(MaintenanceTask(MaintenanceTask::flushDNS).rawValue(), "flush-dns");
-  EXPECT_EQ(MaintenanceTask(MaintenanceTask::clearFontCaches).rawValue(), "clear-font-caches");
-  EXPECT_EQ(MaintenanceTask(MaintenanceTask::verifyBootVolume).rawValue(), "verify-boot-volume");
-  for (std::size_t i = 0; i < MaintenanceTask::allCases().size(); ++i) {
-    EXPECT_EQ(MaintenanceTask::allCases()[i].which(), i);
+TEST(MaintenanceTask, IsHashableAndCodedAsItsId) {
+  const auto& all = MaintenanceTask::allCases();
+  const std::unordered_set<MaintenanceTask> set(all.begin(), all.end());
+  EXPECT_EQ(set.size(), all.size());
+  const std::vector<MaintenanceTask> tasks = {MaintenanceTask::restartMac, MaintenanceTask::flushDNS};
+  EXPECT_EQ(encodedJson(tasks), R"(["restart-mac","flush-dns"])");
+  EXPECT_EQ(decodedJson<std::vector<MaintenanceTask>>(encodedJson(tasks)), tasks);
+  for (const char* const document : {R"("Flush-dns")", "0", "null", "{}"}) {
+    EXPECT_THROW((void)decodedJson<MaintenanceTask>(document), DecodingError) << document;
   }
 }
 
@@ -46,13 +53,6 @@ TEST(MaintenanceTask, OnlyTheseNeedRootAndOnlyTheseAreSlow) {
       ElementsAre("flush-dns", "reindex-spotlight", "purge-memory", "download-updates", "restart-mac"));
   EXPECT_THAT(idsWhere(&MaintenanceTask::isSlow),
               ElementsAre("reindex-spotlight", "verify-boot-volume", "download-updates"));
-}
-
-TEST(MaintenanceTask, ListsEverythingButTheRestart) {
-  const auto& all = MaintenanceTask::allCases();
-  const auto& listed = MaintenanceTask::listed();
-  EXPECT_TRUE(std::equal(listed.begin(), listed.end(), all.begin()));
-  EXPECT_EQ(all.back(), MaintenanceTask::restartMac);
 }
 
 TEST(MaintenanceTask, EveryEntryIsComplete) {

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
@@ -13,9 +14,12 @@
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "Platform/DirectoryHandle.hpp"
+#include "Platform/LockFile.hpp"
 #include "Platform/testing/FileSizeLimit.hpp"
 #include "Platform/testing/TemporaryFolder.hpp"
 
@@ -51,22 +55,63 @@ class SafeFile : public ::testing::Test {
   FileDescriptor folder = openFolder(temporary.path());
 };
 
-TEST_F(SafeFile, ReplacesTheWholeFileWithItsFinalMode) {
+TEST_F(SafeFile, ReplacesTheWholeFileWithItsFinalModeWhateverTheUmask) {
   const mode_t mask = ::umask(0);
   replaceFile(folder, "a", std::string("long\0 content", 13), 0640);
-  ::umask(mask);
   EXPECT_EQ(content("a"), std::string("long\0 content", 13));
   replaceFile(folder, "a", "", 0600);
   EXPECT_EQ(content("a"), "");
   EXPECT_EQ(fs::status(path("a")).permissions(), fs::perms(0600));
-  EXPECT_THAT(namesIn(temporary.path()), ::testing::ElementsAre("a"));
-}
-
-TEST_F(SafeFile, HasTheModeAskedForWhateverTheUmask) {
-  const mode_t mask = ::umask(077);
+  ::umask(077);
   replaceFile(folder, "a", "x", 0644);
   ::umask(mask);
   EXPECT_EQ(fs::status(path("a")).permissions(), fs::perms(0644));
+  EXPECT_THAT(namesIn(temporary.path()), ::testing::ElementsAre("a"));
+}
+
+TEST_F(SafeFile, AHeldFileIsToldFromEveryOther) {
+  const auto held = [&] { return std::move(readAndHold(path("a"), 5)->file); };
+  EXPECT_TRUE(isAt(path("a"), {}));
+  const HeldFile written = replaceFile(folder, "a", "1", 0600);
+  EXPECT_TRUE(isAt(path("a"), written));
+  EXPECT_FALSE(isAt(path("a"), {}));
+  EXPECT_FALSE(isAt(path("a/b"), {}));  // cannot be told
+  const HeldFile read = held();
+  EXPECT_TRUE(isAt(path("a"), read));
+  // Where nobody holds a file, its inode number may be the next one's.
+  for (int i = 0; i < 10; ++i) {
+    replaceFile(folder, "a", "1", 0600);
+    EXPECT_FALSE(isAt(path("a"), read));
+  }
+  const HeldFile before = held();
+  std::ofstream(path("a")) << "12";
+  EXPECT_FALSE(isAt(path("a"), before));
+}
+
+TEST_F(SafeFile, ALockFileHasOneHolderAtATime) {
+  constexpr double kLong = 60;
+  for (const char* const name : {"lock", "lock.next"})
+    std::ofstream(path(name)) << "left by a killed process";
+  std::atomic<int> inside = 0;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&] {
+      for (int turn = 0; turn < 50; ++turn) {
+        const LockFile lock(path("lock"), kLong);
+        EXPECT_EQ(++inside, 1);
+        --inside;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_THAT(namesIn(temporary.path()), ::testing::IsEmpty());
+
+  const LockFile held(path("lock"), 0);
+  EXPECT_EQ(errnoOf([&] { const LockFile second(path("lock"), 0); }), EBUSY);
+  EXPECT_EQ(errnoOf([&] { const LockFile second(path("none/lock"), 0); }), ENOENT);
+  fs::create_symlink("target", path("link"));
+  EXPECT_EQ(errnoOf([&] { const LockFile second(path("link"), 0); }), ELOOP);
+  EXPECT_THAT(namesIn(temporary.path()), ::testing::ElementsAre("link", "lock"));
 }
 
 TEST_F(SafeFile, StrictReadingSaysWhichRuleIsBroken) {

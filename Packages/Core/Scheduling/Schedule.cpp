@@ -4,9 +4,12 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
+#include <stdexcept>
 #include <string_view>
 
 #include "Base/HashCombine.hpp"
+#include "Core/Scheduling/CalendarRange.hpp"
 #include "Core/Scheduling/FloorDivision.hpp"
 
 namespace molvane {
@@ -18,15 +21,36 @@ constexpr std::int64_t kHoursPerDay = 24;
 constexpr std::int64_t kMinutesPerHour = 60;
 constexpr std::int64_t kMinutesPerDay = kHoursPerDay * kMinutesPerHour;
 constexpr double kSecondsPerHour = 3600;
+constexpr double kSecondsPerDay = 86400;
+
+[[noreturn]] void throwOutsideCalendar() {
+  throw std::out_of_range("no run can be computed for a moment outside the calendar");
+}
+
+/// The first that is later than `after` of `run` and the runs every so many days from there. Mostly that is
+/// `run` or the next one. But where the clocks go back across midnight, the next day's run can lie before
+/// `after` as well, and hours below zero put `run` days back.
+Date firstLater(Date run, int days, Date after, const Calendar& calendar) {
+  if (run > after) return run;
+  // The clocks are moved by less than a day, whole days aside, so this passes no later run over.
+  const double behind = (after.secondsSinceReference - run.secondsSinceReference) / (days * kSecondsPerDay);
+  const int first = std::max(static_cast<int>(behind), 1);
+  constexpr int kMostSteps = 4;
+  for (int step = first; step < first + kMostSteps; ++step) {
+    const Date next = calendar.addingDays(run, step * days);
+    if (next > after) return next;
+  }
+  throwOutsideCalendar();
+}
 
 Date nextRunOf(const Schedule::Daily& daily, Date after, const Calendar& calendar) {
   const Date today = calendar.date(calendar.day(after), {daily.hour, daily.minute});
-  return today > after ? today : calendar.addingDays(today, 1);
+  return firstLater(today, 1, after, calendar);
 }
 
 Date nextRunOf(const Schedule::Weekly& weekly, Date after, const Calendar& calendar) {
   const Date thisWeek = calendar.date(calendar.week(after), weekly.weekday, {weekly.hour, weekly.minute});
-  return thisWeek > after ? thisWeek : calendar.addingDays(thisWeek, kDaysPerWeek);
+  return firstLater(thisWeek, kDaysPerWeek, after, calendar);
 }
 
 Date nextRunOf(const Schedule::EveryHours& every, Date after, const Calendar& /*calendar*/) {
@@ -80,6 +104,7 @@ Schedule Schedule::weekly(std::int64_t weekday, std::int64_t hour, std::int64_t 
 Schedule Schedule::everyHours(std::int64_t count) { return Schedule(EveryHours{count}); }
 
 Date Schedule::nextRun(Date after, const Calendar& calendar) const {
+  if (std::abs(wholeUnixSeconds(after)) >= kCalendarLimit) throwOutsideCalendar();
   return std::visit([&](const auto& rule) { return nextRunOf(rule, after, calendar); }, rule_);
 }
 

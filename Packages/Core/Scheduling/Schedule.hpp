@@ -48,8 +48,8 @@ class Schedule {
   explicit Schedule(Rule rule) noexcept : rule_(rule) {}
   [[nodiscard]] const Rule& rule() const noexcept { return rule_; }
 
-  /// The next run after `after`. A run at `after` itself counts as done. The answer is later than `after` as
-  /// long as hours and minutes lie within a day and `after` within the calendar's range.
+  /// The next run, which is always later than `after`: a run at `after` itself counts as done. Throws
+  /// std::out_of_range when `after` is no number or lies outside the calendar's range or in its last week.
   ///
   /// Where the clocks skip the time, the run comes as much later as they skip; where they show it twice, at
   /// the first.

@@ -1,3 +1,6 @@
+#include "Core/Scheduling/ScheduleCoding.hpp"
+
+#include <algorithm>
 #include <array>
 #include <string_view>
 
@@ -117,6 +120,24 @@ JsonValue toJson(const Schedule& schedule) {
   const std::string name(std::visit(Name(), schedule.rule()));
   return std::visit([&](const auto& rule) { return JsonObjectWriter().add(name, rule).take(); },
                     schedule.rule());
+}
+
+static bool holdsUnknown(const JsonValue& json, const JsonValue& known) {
+  const auto* const members = json.as<JsonValue::Object>();
+  if (members == nullptr) return false;
+  return std::any_of(members->begin(), members->end(), [&known](const JsonValue::Member& member) {
+    const JsonValue* const counterpart = known.find(member.key);
+    return counterpart == nullptr || holdsUnknown(member.value, *counterpart);
+  });
+}
+
+bool holdsUnknownSchedule(const JsonValue& json) {
+  static const JsonValue known = JsonObjectWriter()
+                                     .add(std::string(kDaily), Schedule::Daily())
+                                     .add(std::string(kWeekly), Schedule::Weekly())
+                                     .add(std::string(kEveryHours), Schedule::EveryHours())
+                                     .take();
+  return holdsUnknown(json, known);
 }
 
 void fromJson(const JsonValue& json, ScheduledTask& task) {

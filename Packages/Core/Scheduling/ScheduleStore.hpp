@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -14,11 +15,16 @@
 
 namespace molvane {
 
+struct KeptTask;
+
 /// Keeps the list of scheduled tasks, in memory and in a file, and says which are due.
 ///
-/// Any thread may use a store. Every change is written to the file before it can be seen: the call returns
-/// when it has reached the disk, and a call that throws has changed nothing; only when it fails to sync the
-/// folder, the file may be ahead until the next change. One process at a time may change a file.
+/// Any thread may use a store, and any number of stores, in this process and others, the same file: each call
+/// sees what was written before it, by whichever store. A call that changes something waits while another
+/// store changes the file, for up to 30 seconds.
+///
+/// Every change is written to the file before it can be seen: the call returns when it has reached the disk,
+/// and a call that throws has changed nothing; only when it fails to sync the folder, the change may stand.
 class ScheduleStore {
  public:
   /// A file that could not be understood, and the name under which it is kept.
@@ -29,10 +35,11 @@ class ScheduleStore {
     bool operator==(const BrokenFile&) const = default;
   };
 
-  /// Reads the tasks from the file at `fileURL`, if one is given and there is one; its folder must exist when
-  /// the first change is written. A relative path is meant from the current folder of now, and a link is
-  /// followed. A file that is broken is renamed, never overwritten, and the store begins empty; brokenFile()
-  /// tells of it. Throws std::system_error when there is a file that cannot be read or renamed.
+  /// Reads the tasks from the file at `fileURL`, if one is given and there is one; no file is an empty list,
+  /// also later on. Its folder must exist when a change is written. A relative path is meant from the current
+  /// folder of now, and a link is followed. A file that is broken is renamed, never overwritten, and the
+  /// store begins empty; brokenFile() tells of it. A file that a newer version wrote stays as it is: throws
+  /// NewerScheduleFile. Throws std::system_error when there is a file that cannot be read or renamed.
   ///
   /// New runs are computed with `calendar`.
   explicit ScheduleStore(std::optional<std::filesystem::path> fileURL = std::nullopt,
@@ -40,14 +47,19 @@ class ScheduleStore {
 
   [[nodiscard]] const std::optional<BrokenFile>& brokenFile() const noexcept { return brokenFile_; }
 
+  // All that follow read the file when it is not the one that was read last, and then throw what
+  // readScheduleFile does. A file found broken is not renamed by them: the next store does that.
+
   /// All tasks, in the order in which they were added.
   [[nodiscard]] std::vector<ScheduledTask> tasks() const MOLVANE_EXCLUDES(lock_);
 
-  // The following throw, when the file cannot be written, std::system_error, or what encodedScheduleFile
-  // throws.
+  // Those that change something throw std::system_error when the file cannot be locked (EBUSY after the wait)
+  // or written, std::length_error when the tasks would be more than kMaximumScheduleFileSize or one of them
+  // more than kMaximumJsonSize, and std::invalid_argument for a date that is not finite.
 
-  /// Adds the task, or puts it in the place of the one with its identifier. Its nextRun is kept as given; for
-  /// a new task that is schedule.nextRun(now, calendar) as a rule.
+  /// Adds the task, or puts it in the place of the one with its identifier; members of that one in the file
+  /// that this version does not know stay. Its nextRun is kept as given; for a new task that is
+  /// schedule.nextRun(now, calendar) as a rule.
   void upsert(ScheduledTask task) MOLVANE_EXCLUDES(changing_, lock_);
 
   /// Removes the task; false when there is none of that identifier.
@@ -58,13 +70,13 @@ class ScheduleStore {
   [[nodiscard]] std::vector<ScheduledTask> due(Date now, double missedGrace) const MOLVANE_EXCLUDES(lock_);
 
   /// Records that the task began to run at `at`, with what came of it if that is known, and moves its next
-  /// run on; false when there is none of that identifier. Throws std::out_of_range for a time outside the
-  /// calendar's range, as skipMissed does.
+  /// run on; false when there is none of that identifier. Throws std::out_of_range where
+  /// Schedule::nextRun does, as skipMissed does too.
   ///
   /// The next run afterwards is later than `at`. A run up to a minute ahead of the next run counts as that
   /// run, so that a clock set back between due and markRun does not make it run again; a run further ahead
   /// was one beside the schedule, and the next run does not come earlier for it. A task that had none gets
-  /// one. Where a schedule's hours lead out of the calendar, the run is a day later.
+  /// one.
   bool markRun(const Uuid& id, Date at, std::optional<RunOutcome> outcome) MOLVANE_EXCLUDES(changing_, lock_);
 
   /// Passes over the runs that due leaves out at `now` for being late: moves the next run of those tasks to
@@ -72,19 +84,21 @@ class ScheduleStore {
   std::vector<ScheduledTask> skipMissed(Date now, double missedGrace) MOLVANE_EXCLUDES(changing_, lock_);
 
  private:
-  using Tasks = std::vector<std::shared_ptr<const ScheduledTask>>;
+  using Tasks = std::vector<std::shared_ptr<const KeptTask>>;
+  struct List;
 
-  void load();
-  [[nodiscard]] std::shared_ptr<const Tasks> snapshot() const MOLVANE_EXCLUDES(lock_);
-  void commit(Tasks tasks) MOLVANE_REQUIRES(changing_) MOLVANE_EXCLUDES(lock_);
-  void persist(const Tasks& tasks) MOLVANE_REQUIRES(changing_);
-  [[nodiscard]] Date runAfter(const Schedule& schedule, Date moment) const;
+  void setBrokenFileAside();
+  [[nodiscard]] std::shared_ptr<const List> known() const MOLVANE_EXCLUDES(lock_);
+  [[nodiscard]] std::shared_ptr<const List> current() const MOLVANE_EXCLUDES(lock_);
+  std::shared_ptr<const List> publish(List list) const MOLVANE_EXCLUDES(lock_);
+  bool change(const std::function<bool(Tasks&)>& apply) MOLVANE_EXCLUDES(changing_, lock_);
+  [[nodiscard]] List persisted(Tasks tasks) MOLVANE_REQUIRES(changing_);
 
   /// Held over a whole change and the writing of it, so that the file sees changes in their order.
   mutable Mutex changing_;
   /// Held for as long as it takes to look at the list or to replace it.
   mutable Mutex lock_;
-  std::shared_ptr<const Tasks> tasks_ MOLVANE_GUARDED_BY(lock_);
+  mutable std::shared_ptr<const List> list_ MOLVANE_GUARDED_BY(lock_);
   std::optional<std::filesystem::path> fileURL_;
   /// Whether what killed writers left beside the file has been removed.
   bool tidied_ MOLVANE_GUARDED_BY(changing_) = false;

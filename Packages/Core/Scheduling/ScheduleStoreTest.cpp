@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "Core/Scheduling/ScheduleFile.hpp"
+#include "Platform/SafeFile.hpp"
 #include "Platform/testing/TemporaryFolder.hpp"
 
 namespace molvane {
@@ -48,6 +49,14 @@ std::vector<std::string> titles(const std::vector<ScheduledTask>& tasks) {
   return result;
 }
 
+/// As files were written when they left out members with nothing in them.
+const std::string kFirstLineOfBefore = R"({"scheduledTasks":1,"version":1})"
+                                       "\n";
+const std::string kTaskOfBefore =
+    R"({"id":"00000000-0000-0000-0000-000000000001","title":"t","toolID":"t","actionID":"a","payload":{},)"
+    R"("schedule":{"daily":{"hour":9,"minute":0}},"isEnabled":true,"runIfMissed":false,"nextRun":1})"
+    "\n";
+
 class ScheduleStoreTest : public testing::Test {
  protected:
   [[nodiscard]] ScheduleStore open() const { return ScheduleStore(file, Calendar(TimeZone::utc())); }
@@ -58,6 +67,7 @@ class ScheduleStoreTest : public testing::Test {
     return result;
   }
   void write(const std::string& bytes) const { std::ofstream(file, std::ios::binary) << bytes; }
+  [[nodiscard]] std::string bytesOf(const fs::path& path) const { return *readSmallFile(path, 1U << 20U); }
 
   TemporaryFolder folder;
   fs::path file = fs::path(folder.path()) / "tasks.jsonl";
@@ -186,10 +196,9 @@ TEST_F(ScheduleStoreTest, TasksSurviveInTheFile) {
 
 TEST_F(ScheduleStoreTest, ABrokenFileIsKeptAsideAndToldOf) {
   open().upsert(task("kept", kNine));
-  std::ifstream stream(file, std::ios::binary);
-  const std::string good((std::istreambuf_iterator<char>(stream)), {});
+  const std::string good = bytesOf(file);
   const std::size_t lineEnd = good.find('\n') + 1;
-  const std::vector<std::string> broken = {
+  std::vector<std::string> broken = {
       "",
       "{}",
       "{}\n",
@@ -197,15 +206,22 @@ TEST_F(ScheduleStoreTest, ABrokenFileIsKeptAsideAndToldOf) {
       good.substr(0, lineEnd),
       good + good.substr(lineEnd),
       good + "\n",
-      R"({"scheduledTasks":0,"version":2})"
-      "\n",
-      R"({"scheduledTasks":1,"version":1})"
-      "\n{\"title\":1}\n",
+      kFirstLineOfBefore + "{\"title\":1}\n",
       R"({"scheduledTasks":2,"version":1})"
       "\n" +
           good.substr(lineEnd) + good.substr(lineEnd),
       std::string(100, '\0'),
   };
+  const auto withDamagedKey = [](std::string bytes, const std::string& key) {
+    bytes.at(bytes.find("\"" + key + "\":") + 1) ^= 1;
+    return bytes;
+  };
+  for (const char* const key :
+       {"version", "scheduledTasks", "id", "title", "toolID", "actionID", "payload", "schedule", "isEnabled",
+        "runIfMissed", "lastRun", "lastOutcome", "nextRun", "company"}) {
+    broken.push_back(withDamagedKey(good, key));
+  }
+  broken.push_back(kFirstLineOfBefore + withDamagedKey(kTaskOfBefore, "nextRun"));
   std::size_t count = 0;
   for (const std::string& bytes : broken) {
     write(bytes);
@@ -214,8 +230,7 @@ TEST_F(ScheduleStoreTest, ABrokenFileIsKeptAsideAndToldOf) {
     EXPECT_FALSE(opened.brokenFile()->problem.empty());
     EXPECT_THAT(opened.tasks(), IsEmpty());
     opened.upsert(task("new", kNine));
-    std::ifstream kept(opened.brokenFile()->keptAs, std::ios::binary);
-    EXPECT_EQ(std::string((std::istreambuf_iterator<char>(kept)), {}), bytes);
+    EXPECT_EQ(bytesOf(opened.brokenFile()->keptAs), bytes);
     EXPECT_EQ(names().size(), ++count + 1);
     EXPECT_EQ(titles(open().tasks()), std::vector<std::string>{"new"});
   }
@@ -224,6 +239,41 @@ TEST_F(ScheduleStoreTest, ABrokenFileIsKeptAsideAndToldOf) {
   EXPECT_TRUE(open().brokenFile());
   fs::create_directory(file);
   EXPECT_THROW((void)open(), std::system_error);
+}
+
+TEST_F(ScheduleStoreTest, ANewerFileIsLeftAsItIs) {
+  const auto replaced = [](std::string text, const std::string& part, const std::string& by) {
+    return text.replace(text.find(part), part.size(), by);
+  };
+  ScheduleStore running = open();
+  running.upsert(task("kept", kNine));
+  const std::string good = bytesOf(file);
+  const std::string minute = R"("minute":0)";
+  for (const std::string& bytes :
+       {replaced(good, R"("version":1)", R"("version":12)"),
+        replaced(good, "scheduledTasks\":1,\"version\":1", "version\":2"), replaced(good, "daily", "monthly"),
+        replaced(good, minute, minute + R"(,"second":1)")}) {
+    write(bytes);
+    EXPECT_THROW((void)open(), NewerScheduleFile) << bytes;
+    EXPECT_THROW((void)running.due(kNine, kGrace), NewerScheduleFile);
+    EXPECT_THROW(running.upsert(task("new", kNine)), NewerScheduleFile);
+    EXPECT_EQ(bytesOf(file), bytes);
+    EXPECT_THAT(names(), ElementsAre("tasks.jsonl"));
+  }
+  write(good);
+  EXPECT_THAT(titles(running.tasks()), ElementsAre("kept"));
+}
+
+TEST_F(ScheduleStoreTest, MembersThatAreNotKnownStay) {
+  const std::string unknown = R"("color":{"name":"red"},"tags":[1,null])";
+  write(kFirstLineOfBefore + "{" + unknown + "," + kTaskOfBefore.substr(1));
+  ScheduleStore opened = open();
+  ScheduledTask changed = opened.tasks().at(0);
+  EXPECT_TRUE(opened.markRun(changed.id, kNine, std::nullopt));
+  changed.title = "changed";
+  open().upsert(changed);
+  EXPECT_THAT(bytesOf(file), testing::EndsWith(R"("nextRun":1,"company":null,)" + unknown + "}\n"));
+  EXPECT_THAT(opened.tasks(), ElementsAre(changed));
 }
 
 TEST_F(ScheduleStoreTest, WhatCannotBeWrittenDoesNotHappen) {
@@ -254,31 +304,37 @@ TEST_F(ScheduleStoreTest, WhatCannotBeWrittenDoesNotHappen) {
   }
 }
 
-TEST_F(ScheduleStoreTest, AProcessKilledAtAnyMomentLosesNothingThatWasAdded) {
+TEST_F(ScheduleStoreTest, ProcessesKilledAtAnyMomentLoseNothingThatAnyOfThemAdded) {
   std::size_t added = 0;
   for (std::size_t round = 0; round < 15; ++round) {
     std::array<int, 2> ends{};
     ASSERT_EQ(::pipe(ends.data()), 0);
-    const pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) addTasksUntilKilled(file, ends[1]);
+    std::array<pid_t, 2> children{};
+    for (pid_t& child : children) {
+      child = ::fork();
+      ASSERT_GE(child, 0);
+      if (child == 0) addTasksUntilKilled(file, ends[1]);
+    }
     ::close(ends[1]);
     char byte = 0;
     for (std::size_t i = 0; i <= round; ++i) {
       ASSERT_EQ(::read(ends[0], &byte, 1), 1);
       ++added;
     }
-    ASSERT_EQ(::kill(child, SIGKILL), 0);
+    for (const pid_t child : children) ASSERT_EQ(::kill(child, SIGKILL), 0);
     while (::read(ends[0], &byte, 1) == 1) ++added;
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    for (const pid_t child : children) {
+      int status = 0;
+      ASSERT_EQ(::waitpid(child, &status, 0), child);
+      ASSERT_TRUE(WIFSIGNALED(status));  // it never failed
+    }
     ::close(ends[0]);
 
     const ScheduleStore opened = open();
     ASSERT_EQ(opened.brokenFile(), std::nullopt) << opened.brokenFile()->problem;
     const std::size_t found = opened.tasks().size();
     ASSERT_GE(found, added);
-    ASSERT_LE(found, added + 1);  // written, and killed before it could say so
+    ASSERT_LE(found, added + children.size());  // written, and killed before it could say so
     added = found;
   }
   std::ofstream(folder.path() + "/.tasks.jsonl.abcdefghijkl") << "half";
@@ -286,27 +342,36 @@ TEST_F(ScheduleStoreTest, AProcessKilledAtAnyMomentLosesNothingThatWasAdded) {
   EXPECT_THAT(names(), ElementsAre("tasks.jsonl"));
 }
 
-TEST_F(ScheduleStoreTest, ThreadsSeeWholeLists) {
-  ScheduleStore shared = open();
+// Stores of one process lock each other out of the file as those of several do.
+TEST_F(ScheduleStoreTest, ThreadsAndStoresSeeWholeListsAndEachOthersChanges) {
+  ScheduleStore first = open();
+  ScheduleStore second = open();
   constexpr int kThreads = 4;
   constexpr int kTasks = 8;
   std::vector<std::thread> threads;
   for (int thread = 0; thread < kThreads; ++thread) {
-    threads.emplace_back([&shared] {
-      for (int i = 0; i < kTasks; ++i) {
-        const ScheduledTask added = task("task", kNine);
-        shared.upsert(added);
-        (void)shared.due(kNine, kGrace);
-        for (const ScheduledTask& each : shared.tasks()) EXPECT_EQ(each.title, "task");
-        shared.markRun(added.id, kNine, std::nullopt);
-        (void)shared.skipMissed(later(kNine, kDay), kGrace);
-      }
-    });
+    threads.emplace_back(
+        [&writer = thread % 2 == 0 ? first : second, &reader = thread % 2 == 0 ? second : first] {
+          for (int i = 0; i < kTasks; ++i) {
+            const ScheduledTask added = task("task", kNine);
+            writer.upsert(added);
+            (void)writer.due(kNine, kGrace);
+            const std::vector<ScheduledTask> seen = reader.tasks();
+            EXPECT_NE(
+                std::find_if(seen.begin(), seen.end(), [&](const auto& each) { return each.id == added.id; }),
+                seen.end());
+            EXPECT_TRUE(reader.markRun(added.id, kNine, std::nullopt));
+            (void)writer.skipMissed(later(kNine, kDay), kGrace);
+          }
+        });
   }
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(shared.tasks().size(), kThreads * kTasks);
-  EXPECT_THAT(shared.due(kNine, kGrace), IsEmpty());
-  EXPECT_EQ(open().tasks(), shared.tasks());
+  EXPECT_EQ(first.tasks().size(), kThreads * kTasks);
+  EXPECT_THAT(second.due(kNine, kGrace), IsEmpty());
+  EXPECT_EQ(first.tasks(), second.tasks());
+  EXPECT_THAT(names(), ElementsAre("tasks.jsonl"));
+  fs::remove(file);
+  EXPECT_THAT(first.tasks(), IsEmpty());
 }
 
 }  // namespace

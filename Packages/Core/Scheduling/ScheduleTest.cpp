@@ -6,8 +6,10 @@
 #include <cstdint>
 #include <limits>
 #include <random>
+#include <stdexcept>
 #include <string>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "Base/JsonCoding.hpp"
@@ -67,25 +69,36 @@ TEST(Schedule, NextRunByTheClocksOfTheZone) {
   }
 }
 
+// Half of the moments lie around one at which the zone's clocks went back across midnight.
 TEST(Schedule, NextRunIsLaterAndNeverFarOff) {
-  constexpr double kDay = 86400;
+  constexpr std::int64_t kDay = 86400;
+  constexpr std::int64_t kHour = 3600;
   std::mt19937_64 random(11);
   const auto between = [&random](std::int64_t least, std::int64_t most) {
     return std::uniform_int_distribution<std::int64_t>(least, most)(random);
   };
-  for (const char* const zone : {"Europe/Berlin", "Pacific/Apia", "Australia/Lord_Howe", "Africa/Cairo"}) {
-    for (int i = 0; i < 4000; ++i) {
+  const std::vector<std::pair<const char*, std::int64_t>> zones = {
+      {"America/St_Johns", 1289097060},  // 2010-11-07, an hour from 00:01
+      {"Antarctica/Casey", 1267714800},  // 2010-03-05, three hours from 02:00
+      {"Pacific/Apia", -2445424384},     // 1892-07-05, the whole day
+      {"Africa/Cairo", 1761858000},      // 2025-10-31, an hour from 00:00
+      {"Australia/Lord_Howe", 0}};
+  for (const auto& [zone, fold] : zones) {
+    for (int i = 0; i < 8000; ++i) {
       const Calendar calendar(*TimeZone::named(zone), static_cast<int>(between(1, 7)),
                               static_cast<int>(between(1, 7)));
-      const auto after = Date::fromUnixSeconds(static_cast<double>(between(0, 4000000000)) + 0.5);
+      const std::int64_t moment = i % 4 < 2 ? between(0, 4000000000) : fold + between(-3 * kHour, 3 * kHour);
+      const auto after = Date::fromUnixSeconds(static_cast<double>(moment) + 0.5);
       const bool weekly = i % 2 == 0;
-      const Schedule schedule = weekly ? Schedule::weekly(between(1, 7), between(0, 23), between(0, 59))
-                                       : Schedule::daily(between(0, 23), between(0, 59));
+      const std::int64_t weekday = calendar.weekday(after) + between(0, 3);
+      const std::int64_t hour = (calendar.time(after).hour + between(22, 26)) % 24;
+      const Schedule schedule = weekly ? Schedule::weekly(weekday % 7 + 1, hour, between(0, 59))
+                                       : Schedule::daily(hour, between(0, 59));
       const Date next = schedule.nextRun(after, calendar);
-      ASSERT_GT(next, after) << schedule.description();
+      ASSERT_GT(next, after) << schedule.description() << ' ' << zone << " after " << moment;
       // A day that the clocks left out, or showed twice, and a change of the clocks come on top.
-      ASSERT_LE(next.unixSeconds() - after.unixSeconds(), (weekly ? 7 : 1) * kDay + kDay + 7200)
-          << schedule.description() << ' ' << zone << ' ' << after.unixSeconds();
+      ASSERT_LE(next.unixSeconds() - after.unixSeconds(), (weekly ? 7 : 1) * kDay + kDay + 2 * kHour)
+          << schedule.description() << ' ' << zone << " after " << moment;
     }
   }
 }
@@ -96,8 +109,11 @@ TEST(Schedule, AnyNumberIsAccepted) {
   for (const std::int64_t number : {kMost, kLeast, std::int64_t{0}, std::int64_t{-1}, std::int64_t{100}}) {
     for (const Schedule& schedule : {Schedule::daily(number, number), Schedule::weekly(number, number, kMost),
                                      Schedule::weekly(3, 4, number), Schedule::everyHours(number)}) {
-      EXPECT_TRUE(std::isfinite(schedule.nextRun(after, calendar).secondsSinceReference));
+      EXPECT_GT(schedule.nextRun(after, calendar), after);
       EXPECT_FALSE(schedule.description().empty());
+      for (const double beyond : {std::nan(""), 1e300, -1e300}) {
+        EXPECT_THROW((void)schedule.nextRun({beyond}, calendar), std::out_of_range);
+      }
     }
   }
   EXPECT_EQ(Schedule::daily(25, 61).nextRun(after, calendar), moment(calendar, "2026-11-23 02:01:00"));

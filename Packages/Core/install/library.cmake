@@ -3,7 +3,6 @@
 
 include(CMakePackageConfigHelpers)
 find_package(ICU 72 REQUIRED COMPONENTS uc)
-find_package(fmt REQUIRED)
 pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
 
 # The archive carries what Core needs of the packages below it, and nothing that would need a further library.
@@ -11,7 +10,7 @@ pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
 # is missing here.
 set(needed_sources
   Base/.*/(Characters|Date|Json|JsonCoding|JsonNumber|NSError|PathText|Text|UnicodeLibrary|Utf8|Uuid)
-  Platform/.*/(DirectoryHandle|FileDescriptor|SafeFile|SecureRandom|StandardPath|Users))
+  Platform/.*/(Deadline|DirectoryHandle|FileDescriptor|FileIdentity|LockFile|SafeFile|SecureRandom|StandardPath|Users))
 set(needed_headers
   Base/CaseError.hpp Base/Characters.hpp Base/Date.hpp Base/HashCombine.hpp Base/Json.hpp Base/JsonCoding.hpp
   Base/JsonMembers.hpp Base/Mutex.hpp Base/Uuid.hpp)
@@ -30,7 +29,7 @@ set_target_properties(MolvaneCoreLibrary PROPERTIES
   ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}/install")
 target_compile_features(MolvaneCoreLibrary INTERFACE cxx_std_20)
 target_include_directories(MolvaneCoreLibrary INTERFACE "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/molvane>")
-target_link_libraries(MolvaneCoreLibrary PRIVATE ICU::uc fmt::fmt PkgConfig::UUID Threads::Threads ${CMAKE_DL_LIBS})
+target_link_libraries(MolvaneCoreLibrary PRIVATE ICU::uc PkgConfig::UUID Threads::Threads ${CMAKE_DL_LIBS})
 
 set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/MolvaneCore")
 set(pkgconfig_dir "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
@@ -39,6 +38,7 @@ configure_package_config_file("${CMAKE_CURRENT_LIST_DIR}/MolvaneCoreConfig.cmake
   INSTALL_DESTINATION "${package_dir}")
 write_basic_package_version_file(install/MolvaneCoreConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 configure_file("${CMAKE_CURRENT_LIST_DIR}/MolvaneCore.pc.in" install/MolvaneCore.pc @ONLY)
+configure_file("${CMAKE_CURRENT_LIST_DIR}/Version.hpp.in" install/Version.hpp @ONLY)
 
 install(TARGETS MolvaneCoreLibrary EXPORT MolvaneCore
   ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT core-library)
@@ -49,6 +49,8 @@ install(FILES "${CMAKE_CURRENT_BINARY_DIR}/install/MolvaneCoreConfig.cmake"
   DESTINATION "${package_dir}" COMPONENT core-library)
 install(FILES "${CMAKE_CURRENT_BINARY_DIR}/install/MolvaneCore.pc"
   DESTINATION "${pkgconfig_dir}" COMPONENT core-library)
+install(FILES "${CMAKE_CURRENT_BINARY_DIR}/install/Version.hpp"
+  DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/molvane/Core" COMPONENT core-library)
 
 foreach(header IN LISTS needed_headers)
   list(APPEND headers "${PROJECT_SOURCE_DIR}/Packages/${header}")

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <memory>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "Base/NSError.hpp"
@@ -82,10 +83,11 @@ class TemporaryFile {
     if (::fsync(file_.get()) != 0) throwErrno("sync " + name_);
   }
 
-  void rename(const std::string& finalName) {
+  FileDescriptor rename(const std::string& finalName) {
     if (::renameat(folder_, name_.c_str(), folder_, finalName.c_str()) != 0)
       throwErrno("rename to " + finalName);
     name_.clear();
+    return std::move(file_);
   }
 
  private:
@@ -137,11 +139,11 @@ std::optional<std::string> readWhole(const FileDescriptor& file, off_t size, std
   return bytes;
 }
 
-std::optional<std::string> readSmallFileAt(int folder, const std::string& name, int extraFlags,
-                                           std::size_t mostBytes) {
+std::optional<SmallFile> readSmallFileAt(int folder, const std::string& name, int extraFlags,
+                                         std::size_t mostBytes) {
   // Not blocking, so that a FIFO of that name does not wait for a writer.
   const int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | extraFlags;
-  const FileDescriptor file(::openat(folder, name.c_str(), flags));
+  FileDescriptor file(::openat(folder, name.c_str(), flags));
   if (!file) {
     if (errno == ENOENT) return std::nullopt;
     throwErrno("open " + name);
@@ -150,17 +152,35 @@ std::optional<std::string> readSmallFileAt(int folder, const std::string& name, 
   if (!S_ISREG(status.st_mode)) fail(EINVAL, "read " + name);
   std::optional<std::string> bytes = readWhole(file, status.st_size, mostBytes, name);
   if (!bytes) fail(EFBIG, "read " + name);
-  return bytes;
+  return SmallFile{{std::move(file), fileIdentity(status)}, *std::move(bytes)};
+}
+
+std::optional<std::string> bytesOf(std::optional<SmallFile> read) {
+  if (!read) return std::nullopt;
+  return std::move(read->bytes);
 }
 
 }  // namespace
 
-void replaceFile(const FileDescriptor& folder, const std::string& name, std::string_view bytes, mode_t mode) {
+HeldFile heldFile(FileDescriptor file, const std::string& name) {
+  const FileIdentity identity = fileIdentity(statusOf(file, name));
+  return {std::move(file), identity};
+}
+
+bool isAt(const std::string& path, const HeldFile& file) noexcept {
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0) return errno == ENOENT && !file.descriptor;
+  return file.descriptor && fileIdentity(status) == file.identity;
+}
+
+HeldFile replaceFile(const FileDescriptor& folder, const std::string& name, std::string_view bytes,
+                     mode_t mode) {
   TemporaryFile file(folder, name, mode);
   file.write(bytes);
   file.finish(mode);
-  file.rename(name);
+  FileDescriptor renamed = file.rename(name);
   syncFolder(folder, name);
+  return heldFile(std::move(renamed), name);
 }
 
 void removeAbandonedTemporaries(const FileDescriptor& folder, const std::string& name) {
@@ -171,12 +191,16 @@ void removeAbandonedTemporaries(const FileDescriptor& folder, const std::string&
 }
 
 std::optional<std::string> readSmallFile(const std::string& path, std::size_t mostBytes) {
+  return bytesOf(readAndHold(path, mostBytes));
+}
+
+std::optional<SmallFile> readAndHold(const std::string& path, std::size_t mostBytes) {
   return readSmallFileAt(AT_FDCWD, path, 0, mostBytes);
 }
 
 std::optional<std::string> readSmallFile(const FileDescriptor& folder, const std::string& name,
                                          std::size_t mostBytes) {
-  return readSmallFileAt(folder.get(), name, O_NOFOLLOW, mostBytes);
+  return bytesOf(readSmallFileAt(folder.get(), name, O_NOFOLLOW, mostBytes));
 }
 
 std::string describe(StrictReadErrorCase which, const std::string& name) {
