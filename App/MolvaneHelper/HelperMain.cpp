@@ -51,7 +51,7 @@ void takeKnownSurroundings() {
 
 int helperMain() try {
   takeKnownSurroundings();
-  ensureTemporaryDirectory();
+  ensurePrivateDirectories();
 
   RunLoop mainLoop;
   auto jobs = std::make_unique<DeviceJobRunner>(makeDevicePolicy);

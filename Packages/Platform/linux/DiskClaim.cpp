@@ -37,7 +37,7 @@ ClaimedDisks& claimedDisks() {
   return all;
 }
 
-std::string markerFolder() { return temporaryDirectory() + "/writing"; }
+std::string markerFolder() { return runtimeDirectory() + "/writing"; }
 
 std::string placeMarker(const std::string& diskName) {
   if (diskName.empty() || diskName.front() == '.' || diskName.find('/') != std::string::npos) return "";
