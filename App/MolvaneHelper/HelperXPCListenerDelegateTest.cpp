@@ -41,14 +41,6 @@ class HelperXPCListenerDelegateTest : public ::testing::Test {
       HelperXPCListenerDelegate::Process{timers_, [this] { return teamID_; }, [this] { ++exits_; }});
 };
 
-TEST_F(HelperXPCListenerDelegateTest, EndsTheProcessWhenNoClientEverConnects) {
-  delegate_->scheduleIdleExit();
-  timers_.advance(seconds(119));
-  EXPECT_EQ(exits_, 0);
-  timers_.advance(seconds(1));
-  EXPECT_EQ(exits_, 1);
-}
-
 TEST_F(HelperXPCListenerDelegateTest, AConnectionKeepsTheProcessForAsLongAsItLives) {
   delegate_->scheduleIdleExit();
   timers_.advance(seconds(119));
