@@ -288,7 +288,7 @@ Comparison remembering(const DeviceScratch& scratch) {
     const MutexLock lock(mutex);
     while (standing < kJobs) changed.wait(mutex);
     all = residentMebibytes();
-    table.end();
+    table.cancelAll();
     isOver = true;
     changed.notify_all();
   }

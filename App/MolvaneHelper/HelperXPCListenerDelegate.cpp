@@ -69,9 +69,7 @@ bool HelperXPCListenerDelegate::isIdle() const {
 }
 
 void HelperXPCListenerDelegate::exitIfIdle() {
-  if (!isIdle()) return;
-  logLine("MolvaneHelper: idle, exiting");
-  process_.exit();
+  if (isIdle()) process_.exit();
 }
 
 }  // namespace molvane

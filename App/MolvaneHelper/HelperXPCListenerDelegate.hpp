@@ -13,8 +13,8 @@
 
 namespace molvane {
 
-/// Accepts the signed app's connections, counts them, and ends the process when none has been left for two
-/// minutes.
+/// Accepts the signed app's connections, counts them, and asks for the process's end when none has been left
+/// for two minutes.
 ///
 /// A refused peer changes no state. Make it with std::make_shared: invalidation handlers and the armed idle
 /// call hold it weakly, so they neither keep it alive nor run into one that is gone.
@@ -28,14 +28,15 @@ class HelperXPCListenerDelegate final : public ListenerDelegate,
   struct Process {
     TimerQueue& timers;                   ///< must outlive the delegate
     std::function<std::string()> teamID;  ///< the build's team identifier, empty when it has none; any thread
-    std::function<void()> exit;           ///< asks the process to end with status 0; any thread
+    std::function<void()> exit;           ///< asks the process to end, if it is still idle; any thread
   };
 
   HelperXPCListenerDelegate(std::shared_ptr<HelperService> service, Process process);
 
   bool shouldAcceptNewConnection(PeerConnection& connection) override;
 
-  /// Arms the idle exit afresh: idle period from now the process ends, unless a connection has come by then.
+  /// Arms the idle exit afresh: idle period from now the process is asked to end, unless a connection has
+  /// come by then.
   void scheduleIdleExit() MOLVANE_EXCLUDES(lock_);
 
   /// Whether no connection lives at this moment.

@@ -10,36 +10,15 @@
 
 #include "HelperKit/Devices/DeviceJobRunner.hpp"
 #include "HelperKit/Service/HelperPathPolicy.hpp"
-#include "HelperKit/Service/PeerScopedHelper.hpp"
+#include "MolvaneHelper/testing/FakeConnection.hpp"
 #include "Platform/testing/ManualTimerQueue.hpp"
 
 namespace molvane {
 namespace {
 
 using std::chrono::seconds;
+using testing::FakeConnection;
 using ::testing::HasSubstr;
-
-// A connection that only remembers what the delegate made of it.
-class FakeConnection final : public PeerConnection {
- public:
-  explicit FakeConnection(std::uint32_t uid) : uid_(uid) {}
-
-  [[nodiscard]] std::uint32_t effectiveUserIdentifier() const override { return uid_; }
-  void setCodeSigningRequirement(std::string text) override { requirement = std::move(text); }
-  void setExportedObject(std::shared_ptr<MolvaneHelperXPCProtocol> object) override {
-    exported = std::dynamic_pointer_cast<PeerScopedHelper>(object);
-  }
-  void setInvalidationHandler(std::function<void()> handler) override { invalidate = std::move(handler); }
-  void resume() override { resumed = requirement && exported && invalidate; }
-
-  std::optional<std::string> requirement;
-  std::shared_ptr<PeerScopedHelper> exported;
-  std::function<void()> invalidate;
-  bool resumed = false;
-
- private:
-  const std::uint32_t uid_;
-};
 
 class HelperXPCListenerDelegateTest : public ::testing::Test {
  protected:
@@ -61,17 +40,6 @@ class HelperXPCListenerDelegateTest : public ::testing::Test {
                                       std::make_unique<CompanyAdminKeeper>("/nonexistent")),
       HelperXPCListenerDelegate::Process{timers_, [this] { return teamID_; }, [this] { ++exits_; }});
 };
-
-TEST_F(HelperXPCListenerDelegateTest, EndsTheProcessWhenNoClientEverConnects) {
-  delegate_->scheduleIdleExit();
-  timers_.advance(seconds(119));
-  EXPECT_EQ(exits_, 0);
-
-  ::testing::internal::CaptureStderr();
-  timers_.advance(seconds(1));
-  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "MolvaneHelper: idle, exiting\n");
-  EXPECT_EQ(exits_, 1);
-}
 
 TEST_F(HelperXPCListenerDelegateTest, AConnectionKeepsTheProcessForAsLongAsItLives) {
   delegate_->scheduleIdleExit();

@@ -1,30 +1,36 @@
 #pragma once
 
-#include "Base/Mutex.hpp"
+#include "Platform/posix/SpawnHost.hpp"
 
 namespace molvane {
 
-/// What the main thread does while the other threads serve: nothing, until it is told to stop.
+/// What the main thread does while the other threads serve: nothing, until the process is asked to end, by
+/// stop() or by SIGTERM, SIGINT or SIGHUP.
+///
+/// The constructor blocks these signals in its thread, and so in every thread that is started from there;
+/// only run() takes them. A process has one loop, made before its first thread.
 class RunLoop {
  public:
-  /// Blocks until stop() has been called since the last run() returned.
-  void run() {
-    const MutexLock hold(mutex_);
-    while (!stopped_) changed_.wait(mutex_);
-    stopped_ = false;
-  }
+  /// Throws std::system_error.
+  RunLoop();
+  /// As letSignalsEnd().
+  ~RunLoop();
+  RunLoop(const RunLoop&) = delete;
+  RunLoop& operator=(const RunLoop&) = delete;
 
-  /// Lets run() return, now or later. Any thread, any number of times.
-  void stop() {
-    const MutexLock hold(mutex_);
-    stopped_ = true;
-    changed_.notify_all();
-  }
+  /// Blocks until the process is asked to end, also where that was before. Returns 0 for a stop(), otherwise
+  /// the signal's number; each request comes back once. One thread at a time.
+  [[nodiscard]] int run();
+
+  /// Lets run() return 0, now or later. Any thread.
+  void stop();
+
+  /// From now on each of the three signals ends the process at once. The ones that came since run() returned
+  /// are forgotten. For the thread that calls run().
+  static void letSignalsEnd();
 
  private:
-  Mutex mutex_;
-  Condition changed_;
-  bool stopped_ MOLVANE_GUARDED_BY(mutex_) = false;
+  Pipe requests_;
 };
 
 }  // namespace molvane

@@ -97,6 +97,38 @@ TEST_F(DeviceJobs, HelperThatDiesIsToldOf) {
   EXPECT_FALSE(fs::exists(marker)) << "the next helper takes back what this one has asked for";
 }
 
+// As a service manager does, or a person at a terminal.
+TEST_F(DeviceJobs, EndInOrderWhenASignalEndsTheHelper) {
+  if (!canFail()) GTEST_SKIP() << "this machine has no nbdkit, nbdfuse or /dev/fuse";
+  const std::string copy = "/Users/ann/copy.img";
+  fs::remove(copy);
+  const AttachedDisk source("disk7", 32 * kMiB, {"--faulty"});
+  const AttachedDisk target("disk8", 32 * kMiB, {"--faulty"});
+  const AttachedDisk backup("disk9", 32 * kMiB, {"--volume", "/Volumes/Backup"});
+  const ToolBehaviour hangs("tmutil", "hang\n");
+  source.tell("slow 20");
+  target.tell("slow 20");
+  LogFollower tools(kToolLog);
+  const std::string reading = startJob({"image", "disk7", copy});
+  const std::string writing = startJob({"write", "--yes", annsFile("system.img", noise(32 * kMiB)), "disk8"});
+  startJob({"backup-destination", "/Volumes/Backup"});
+  tools.waitFor("tmutil");
+  for (const std::string& job : {reading, writing}) {
+    ASSERT_TRUE(eventually([&] { return statusOf(job)["bytesDone"] > 0; })) << statusOf(job);
+  }
+  const fs::path marker = "/run/com.molvane.helper/writing/disk8";
+  EXPECT_TRUE(fs::exists(copy) && fs::exists(marker));
+
+  const pid_t helper = helperProcess().value();
+  LogFollower manager(kManagerLog);
+  ::kill(helper, SIGTERM);
+  EXPECT_EQ(manager.waitFor("exited"), "exited " + std::to_string(helper) + " status 0");
+  EXPECT_FALSE(fs::exists(copy) || fs::exists(marker));
+  EXPECT_EQ(run({"/usr/bin/pkill", "-x", "sleep"}).status, 0) << "the tool went with the helper";
+  run({"/usr/sbin/diskutil", "unmountDisk", "disk9"});
+  EXPECT_EQ(molvanectl({"ping"}).out, "pong\n");
+}
+
 TEST_F(DeviceJobs, PersonAtATerminalIsAskedAndSeesABar) {
   if (!canFail()) GTEST_SKIP() << "this machine has no nbdkit, nbdfuse or /dev/fuse";
   const AttachedDisk disk("disk7", 16 * kMiB, {"--faulty"});

@@ -48,6 +48,12 @@ TEST(Removal, RefusesWhatLiesOutside) {
   expectDenied("/Users/ann/Library/Caches", "/Users/ann/Library/Caches");
   expectDenied("/", "/");
   expectDenied("/tmp", "/tmp");
+  // The temporary folder may be cleaned, and the helper's own folder around it not.
+  const std::string own = "/run/com.molvane.helper";
+  writeFile(own + "/tmp/a", "x");
+  EXPECT_EQ(molvanectl({"remove", own + "/tmp/a"}).status, 0);
+  for (const char* name : {"", "/writing", "/checked-peers.json"}) expectDenied(own + name, own + name);
+  EXPECT_TRUE(fs::exists(own + "/checked-peers.json"));
   EXPECT_TRUE(fs::exists("/var/root/Library/Preferences/a"));
 }
 

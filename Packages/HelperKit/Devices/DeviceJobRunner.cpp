@@ -1,5 +1,7 @@
 #include "HelperKit/Devices/DeviceJobRunner.hpp"
 
+#include <algorithm>
+#include <cerrno>
 #include <exception>
 #include <limits>
 #include <system_error>
@@ -16,7 +18,7 @@ constexpr const char* kTmutil = "/usr/bin/tmutil";
 // No user has it: whoever gives a file to it leaves the file as it is, the helper's.
 constexpr std::uint32_t kNoUser = std::numeric_limits<std::uint32_t>::max();
 
-// What leaves the work is the system giving out under it.
+// An exception that escapes means the system itself failed: no memory, no thread.
 void runToEnd(DeviceJob& job, const std::function<void(DeviceJob&)>& work) {
   try {
     work(job);
@@ -33,7 +35,8 @@ DeviceJobRunner::DeviceJobRunner(DevicePolicyFactory makePolicy, RawDeviceOpener
     : makePolicy_(std::move(makePolicy)), openDevice_(std::move(openDevice)) {}
 
 DeviceJobRunner::~DeviceJobRunner() {
-  table_.end();
+  table_.cancelAll();
+  table_.setLeavesTools(true);
   std::list<Running> running;
   {
     const MutexLock lock(mutex_);
@@ -49,7 +52,7 @@ std::string DeviceJobRunner::start(const DeviceJobSpec& spec, std::uint32_t peer
   queued.bytesTotal = planned.bytesTotal;
   table_.add(id, queued);
   try {
-    launch(id, planned.work);
+    launch(id, planned);
   } catch (...) {
     table_.remove(id);
     throw;
@@ -86,32 +89,86 @@ DeviceJobRunner::Planned DeviceJobRunner::plan(const DevicePolicy& policy, const
                                                std::uint32_t /*peerUID*/) const {
   const std::string tool = policy.validateInstaller(job.installerAppPath);
   const std::string volume = policy.validateTargetVolume(job.targetVolumePath);
-  return {0, [tool, volume](DeviceJob& running) { runInstallMedia(running, tool, volume); }};
+  return {.work = [tool, volume](DeviceJob& running) { runInstallMedia(running, tool, volume); },
+          .runsTool = true};
 }
 
 DeviceJobRunner::Planned DeviceJobRunner::plan(const DevicePolicy& policy,
                                                const SetTimeMachineDestination& job,
                                                std::uint32_t /*peerUID*/) const {
   const std::string volume = policy.validateTargetVolume(job.volumePath);
-  return {0, [volume](DeviceJob& running) { runFixedTool(running, kTmutil, {"setdestination", volume}); }};
+  return {.work =
+              [volume](DeviceJob& running) {
+                runFixedTool(running, kTmutil, {"setdestination", volume});
+              },
+          .runsTool = true};
 }
 
-void DeviceJobRunner::launch(const std::string& id, const Work& work) {
-  const auto isOver = std::make_shared<std::atomic<bool>>(false);
+void DeviceJobRunner::launch(const std::string& id, const Planned& planned) {
+  std::list<Running> over;        // their threads are joined after the lock is given back
   std::list<Running> started(1);  // made before the thread begins: nothing may fail afterwards
-  started.front().isOver = isOver;
-  started.front().thread = Thread([this, id, work, isOver] {
-    DeviceJob job(table_, id);
-    runToEnd(job, work);
-    *isOver = true;
-  });
-  std::list<Running> over;  // their threads are joined after the lock is given back
+  Running& running = started.front();
+  running.id = id;
+  running.runsTool = planned.runsTool;
   const MutexLock lock(mutex_);
+  if (isStopping_) throw std::system_error(ECANCELED, std::generic_category(), "start a device job");
+  running.thread = Thread([this, &running, work = planned.work] {
+    DeviceJob job(table_, running.id);
+    runToEnd(job, work);
+    {
+      const MutexLock ending(mutex_);
+      running.isOver = true;
+    }
+    ended_.notify_all();
+  });
   for (auto next = running_.begin(); next != running_.end();) {
     const auto current = next++;
-    if (*current->isOver) over.splice(over.end(), running_, current);
+    if (current->isOver) over.splice(over.end(), running_, current);
   }
   running_.splice(running_.end(), started);
+}
+
+std::vector<std::string> DeviceJobRunner::stop(std::chrono::milliseconds patience) {
+  {
+    const MutexLock lock(mutex_);
+    isStopping_ = true;
+  }
+  table_.cancelAll();
+  waitForEnds(patience);
+  if (onlyToolsRun()) {
+    table_.setLeavesTools(true);
+    waitForEnds(kPatienceWithTools);
+    table_.setLeavesTools(false);
+  }
+  return goOn();
+}
+
+void DeviceJobRunner::waitForEnds(std::chrono::milliseconds patience) {
+  const auto deadline = std::chrono::steady_clock::now() + patience;
+  const MutexLock lock(mutex_);
+  while (!allAreOver() && ended_.wait_until(mutex_, deadline) == std::cv_status::no_timeout) {
+  }
+}
+
+bool DeviceJobRunner::allAreOver() const {
+  return std::all_of(running_.begin(), running_.end(), [](const Running& job) { return job.isOver; });
+}
+
+bool DeviceJobRunner::onlyToolsRun() {
+  const MutexLock lock(mutex_);
+  return std::all_of(running_.begin(), running_.end(),
+                     [](const Running& job) { return job.isOver || job.runsTool; });
+}
+
+// Lets jobs start again if some are left, and names those.
+std::vector<std::string> DeviceJobRunner::goOn() {
+  std::vector<std::string> left;
+  const MutexLock lock(mutex_);
+  for (const Running& job : running_) {
+    if (!job.isOver) left.push_back(job.id);
+  }
+  isStopping_ = left.empty();
+  return left;
 }
 
 }  // namespace molvane

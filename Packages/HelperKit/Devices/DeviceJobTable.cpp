@@ -34,14 +34,21 @@ bool DeviceJobTable::isCancelled(const std::string& id) const {
   return cancelled_.contains(id);
 }
 
-void DeviceJobTable::end() {
+void DeviceJobTable::cancelAll() {
   const MutexLock lock(mutex_);
-  isEnding_ = true;
+  for (const auto& [id, status] : statuses_) {
+    if (!status.isTerminal()) cancelled_.insert(id);
+  }
 }
 
-bool DeviceJobTable::isEnding() const {
+void DeviceJobTable::setLeavesTools(bool leavesTools) {
   const MutexLock lock(mutex_);
-  return isEnding_;
+  leavesTools_ = leavesTools;
+}
+
+bool DeviceJobTable::leavesTools() const {
+  const MutexLock lock(mutex_);
+  return leavesTools_;
 }
 
 void DeviceJobTable::update(const std::string& id, const std::function<void(DeviceJobStatus&)>& change) {

@@ -29,9 +29,12 @@ class DeviceJobTable {
   bool cancel(const std::string& id) MOLVANE_EXCLUDES(mutex_);
   [[nodiscard]] bool isCancelled(const std::string& id) const MOLVANE_EXCLUDES(mutex_);
 
-  /// Tells all jobs that the process ends.
-  void end() MOLVANE_EXCLUDES(mutex_);
-  [[nodiscard]] bool isEnding() const MOLVANE_EXCLUDES(mutex_);
+  /// Asks every job that has not ended to stop.
+  void cancelAll() MOLVANE_EXCLUDES(mutex_);
+
+  /// Whether jobs that wait for a tool are to leave it to itself, because the process ends.
+  void setLeavesTools(bool leavesTools) MOLVANE_EXCLUDES(mutex_);
+  [[nodiscard]] bool leavesTools() const MOLVANE_EXCLUDES(mutex_);
 
   /// Changes a status. `change` runs under the lock: it touches the status and nothing else.
   void update(const std::string& id, const std::function<void(DeviceJobStatus&)>& change)
@@ -41,7 +44,7 @@ class DeviceJobTable {
   mutable Mutex mutex_;
   std::map<std::string, DeviceJobStatus> statuses_ MOLVANE_GUARDED_BY(mutex_);
   std::set<std::string> cancelled_ MOLVANE_GUARDED_BY(mutex_);
-  bool isEnding_ MOLVANE_GUARDED_BY(mutex_) = false;
+  bool leavesTools_ MOLVANE_GUARDED_BY(mutex_) = false;
 };
 
 /// How a job ended.
@@ -65,10 +68,10 @@ class DeviceJob {
   /// As DeviceJobTable::update.
   void update(const std::function<void(DeviceJobStatus&)>& change) { table_.update(id_, change); }
 
-  /// The job is to stop: somebody asked for it, or the process ends.
-  [[nodiscard]] bool isToStop() const { return table_.isCancelled(id_) || table_.isEnding(); }
-  /// The process ends and waits for this job.
-  [[nodiscard]] bool isEnding() const { return table_.isEnding(); }
+  /// The job is to stop: somebody asked for it, or the process would like to end.
+  [[nodiscard]] bool isToStop() const { return table_.isCancelled(id_); }
+  /// The process ends now; a tool that still runs goes on by itself.
+  [[nodiscard]] bool isToLeaveItsTool() const { return table_.leavesTools(); }
 
   /// Sets the phase and adds to the log.
   void enter(DeviceJobStatus::Phase phase, const std::string& logged = "");

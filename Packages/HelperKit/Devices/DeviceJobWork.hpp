@@ -47,22 +47,25 @@ void runImage(DeviceJob& job, const RawDeviceOpener& openDevice, const ImageWork
 struct ToolLimits {
   std::chrono::milliseconds poll{500};  ///< between two looks at whether the job is to stop
   std::chrono::milliseconds outputAfterExit{
-      5000};  ///< wait for output still in the pipe when the tool has ended
-  std::chrono::milliseconds exitAtEnd{
-      5000};                        ///< wait for a tool that was asked to stop when the process ends
+      5000};                        ///< wait for output still in the pipe when the tool has ended
   std::size_t kibibytesKept = 256;  ///< of a tool's output; a last line says that the rest was dropped
 };
 
 /// Runs an installer's tool over a volume. Its output is logged as it comes. To stop it is to send it
-/// SIGTERM, again and again until it is gone: the job ends with the tool and not before. A job that is to
-/// stop already does not begin.
+/// SIGTERM, again and again until it is gone: the job ends with the tool and not before, unless it is to
+/// leave the tool. A job that is to stop already does not begin.
 void runInstallMedia(DeviceJob& job, const std::string& tool, const std::string& volume,
                      const ToolLimits& limits = {});
 
-/// Runs a short tool to its end and logs what it wrote. It is never stopped: when the process ends first, the
-/// tool goes on by itself.
+/// Runs a short tool to its end and logs what it wrote. It is never stopped: a job that is to leave it ends,
+/// and the tool goes on by itself.
 void runFixedTool(DeviceJob& job, const std::string& executable, const std::vector<std::string>& arguments,
                   const ToolLimits& limits = {});
+
+/// The end of a job that left its tool to itself.
+[[nodiscard]] inline JobEnd leftRunning(const std::string& tool) {
+  return JobEnd::failed("The helper no longer waits for " + tool + ", which may still be running.");
+}
 
 /// The system's text for an errno value, such as "Permission denied".
 [[nodiscard]] inline std::string reasonText(int error) { return std::generic_category().message(error); }

@@ -26,9 +26,9 @@ JobEnd runTool(DeviceJob& job, const std::string& executable, const std::vector<
   std::string text;
   const ChildProcess::OutputHandler onOutput = [&](std::string_view piece) { text += output.textOf(piece); };
   while (!tool->pump(Clock::now() + limits.poll, onOutput)) {
-    if (!job.isEnding()) continue;
+    if (!job.isToLeaveItsTool()) continue;
     tool->detachOnDestruction();
-    return JobEnd::cancelled();
+    return leftRunning(lastPathComponent(executable));
   }
   tool->drain(Clock::now() + limits.outputAfterExit, onOutput);
   text += output.rest();

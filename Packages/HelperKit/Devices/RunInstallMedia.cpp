@@ -28,16 +28,13 @@ class LoggedOutput {
   ToolOutput output_;
 };
 
-// The tool's exit status; nothing when it was left behind because the process ends.
+// The tool's exit status; nothing when it was left to itself.
 std::optional<int> follow(ChildProcess& tool, DeviceJob& job, const ToolLimits& limits) {
   LoggedOutput log(job, limits);
   const ChildProcess::OutputHandler onOutput = [&](std::string_view piece) { log.add(piece); };
-  std::optional<Clock::time_point> patience;
   while (!tool.pump(Clock::now() + limits.poll, onOutput)) {
     if (job.isToStop()) tool.terminate();
-    if (!job.isEnding()) continue;
-    if (!patience) patience = Clock::now() + limits.exitAtEnd;
-    if (Clock::now() < *patience) continue;
+    if (!job.isToLeaveItsTool()) continue;
     tool.detachOnDestruction();
     return std::nullopt;
   }
@@ -59,7 +56,8 @@ JobEnd makeInstallMedia(DeviceJob& job, const std::string& tool, const std::stri
     return JobEnd::failed(posixErrorDescription(error.code().value()));
   }
   const std::optional<int> status = follow(*process, job, limits);
-  if (!status || job.isToStop()) return JobEnd::cancelled();
+  if (!status) return leftRunning("createinstallmedia");
+  if (job.isToStop()) return JobEnd::cancelled();
   if (*status != 0) return JobEnd::failed("createinstallmedia exited " + std::to_string(*status));
   return {Phase::finished, "Done.\n"};
 }

@@ -16,7 +16,7 @@ constexpr const char* kInstalledRoot = "/etc/com.molvane.helper/anchor.pem";
 std::unique_ptr<CodeSigning> makeCodeSigning() {
   CmsCodeSigning::Options options;
   options.anchorPath = kInstalledRoot;
-  options.rememberedFolder = temporaryDirectory();
+  options.rememberedFolder = runtimeDirectory();
   return std::make_unique<CmsCodeSigning>(std::move(options));
 }
 

@@ -37,7 +37,7 @@ ClaimedDisks& claimedDisks() {
   return all;
 }
 
-std::string markerFolder() { return temporaryDirectory() + "/writing"; }
+std::string markerFolder() { return runtimeDirectory() + "/writing"; }
 
 std::string placeMarker(const std::string& diskName) {
   if (diskName.empty() || diskName.front() == '.' || diskName.find('/') != std::string::npos) return "";
@@ -46,7 +46,7 @@ std::string placeMarker(const std::string& diskName) {
   ::mkdir(folder.c_str(), 0755);
   const FileDescriptor file(::open(marker.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644));
   if (file) return marker;
-  logLine("cannot mark " + diskName + " as being written");
+  logLine("MolvaneHelper: cannot mark " + diskName + " as being written");
   return "";
 }
 

@@ -31,16 +31,16 @@ constexpr std::int64_t kSize = 8 * 1024 * 1024;
 // The helper's own folder, made for the test where there is no helper.
 class HelperFolder {
  public:
-  HelperFolder() : isOurs_(fs::create_directory(temporaryDirectory())) {}
+  HelperFolder() : isOurs_(fs::create_directory(runtimeDirectory())) {}
   ~HelperFolder() {
     std::error_code ignored;
     fs::remove(writing(), ignored);
-    if (isOurs_) fs::remove(temporaryDirectory(), ignored);
+    if (isOurs_) fs::remove(runtimeDirectory(), ignored);
   }
   HelperFolder(const HelperFolder&) = delete;
   HelperFolder& operator=(const HelperFolder&) = delete;
 
-  static std::string writing() { return temporaryDirectory() + "/writing"; }
+  static std::string writing() { return runtimeDirectory() + "/writing"; }
 
  private:
   const bool isOurs_;
