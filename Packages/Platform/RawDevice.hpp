@@ -13,6 +13,7 @@ namespace molvane {
 struct IoResult {
   std::size_t count = 0;
   int error = 0;
+  bool isGone = false;  ///< the disk itself is no longer there, and `error` says how
 
   bool operator==(const IoResult&) const = default;
 };
@@ -25,6 +26,10 @@ class RawDevice {
 
   /// One request for `bytes.size()` bytes at `offset`; may come back short. Whole blocks of the device in
   /// page-aligned memory go straight through; anything else is read too, a block at a time.
+  ///
+  /// Whenever no bytes come, the disk is looked for: its name must still stand for the disk that was opened,
+  /// with the same size. Otherwise the result says that the disk is gone, even where the system reports the
+  /// end or an unreadable area.
   virtual IoResult readAt(std::span<std::byte> bytes, std::int64_t offset) = 0;
 
   /// One request; may come back short. Whole blocks in page-aligned memory only: EINVAL for anything else.

@@ -118,11 +118,12 @@ class DiskReader {
         static_cast<std::size_t>(std::min(total_ - offset_, static_cast<std::int64_t>(chunkSize_)));
     const std::span<std::byte> bytes = chunk.first(wanted);
     IoResult read = device_.readAt(bytes, offset_);
+    if (read.isGone) return {.error = read.error};
     if (read.error != 0) {
-      const auto bad =
+      const RescueResult rescue =
           rescueChunk(device_, bytes, offset_, blockSize_, [this] { return isOver_ || job_.isToStop(); });
-      if (!bad) return {.error = ECANCELED, .badBlocks = badBlocks_};
-      badBlocks_ += *bad;
+      if (rescue.error != 0) return {.error = rescue.error};
+      badBlocks_ += rescue.badBlocks;
       read.count = wanted;
     }
     offset_ += static_cast<std::int64_t>(read.count);
@@ -140,6 +141,10 @@ class DiskReader {
   std::int64_t badBlocks_ = 0;
 };
 
+std::string zeroFilled(std::int64_t badBlocks) {
+  return std::to_string(badBlocks) + " unreadable block(s) zero-filled.\n";
+}
+
 JobEnd copyDisk(DeviceJob& job, RawDevice& device, const DeviceFacts& facts, NewImage& image) {
   const auto cancelled = [&] {
     image.remove();
@@ -151,15 +156,24 @@ JobEnd copyDisk(DeviceJob& job, RawDevice& device, const DeviceFacts& facts, New
     return JobEnd::failed("Write failed: " + reasonText(error));
   };
 
+  std::int64_t offset = 0;
+  std::int64_t badBlocks = 0;
+  const auto diskGone = [&](int reason) {
+    if (const int error = image.sync()) return writeFailed(error);
+    job.update([&](DeviceJobStatus& status) {
+      status.log += "The image is incomplete: its first " + std::to_string(offset) + " bytes are good, " +
+                    zeroFilled(badBlocks);
+    });
+    return JobEnd::failed("Read failed: " + reasonText(reason));
+  };
+
   const ChunkBuffer buffer;
   Sha256 hasher;
   ChunkStream disk(buffer, DiskReader(job, device, facts, isOver), &hasher);
-  std::int64_t offset = 0;
-  std::int64_t badBlocks = 0;
   while (offset < facts.sizeBytes) {
     if (job.isToStop()) return cancelled();
     const ChunkStream::Chunk chunk = disk.next();
-    if (chunk.error != 0) return cancelled();
+    if (chunk.error != 0) return chunk.error == ECANCELED ? cancelled() : diskGone(chunk.error);
     if (chunk.count == 0) break;
     if (const int error = image.append(chunk.memory.first(chunk.count))) return writeFailed(error);
     offset += static_cast<std::int64_t>(chunk.count);
@@ -172,10 +186,12 @@ JobEnd copyDisk(DeviceJob& job, RawDevice& device, const DeviceFacts& facts, New
   disk.finish();
   const std::string digest = hexText(hasher.finish());
   if (const int error = image.sync()) return writeFailed(error);
-  return {
-      Phase::finished,
-      "Done. SHA-256 " + digest + "\n" + std::to_string(badBlocks) + " unreadable block(s) zero-filled.\n",
-      digest};
+  if (badBlocks > 0) {
+    // Reads begin to fail a moment before the system knows that the disk is gone.
+    const IoResult again = device.readAt(buffer.chunk(0).first(blockSizeOf(facts)), 0);
+    if (again.isGone) return diskGone(again.error);
+  }
+  return {Phase::finished, "Done. SHA-256 " + digest + "\n" + zeroFilled(badBlocks), digest};
 }
 
 JobEnd imageDisk(DeviceJob& job, const RawDeviceOpener& openDevice, const ImageWork& work) {

@@ -122,9 +122,32 @@ TEST_F(RunImageTest, ZeroFillsExactlyTheUnreadableBlocks) {
   }
 }
 
-TEST_F(RunImageTest, EndsWhereTheDiskEnds) {
+TEST_F(RunImageTest, EndsWhereTheDiskEndsAndFailsWhereItIsPulledOut) {
   disk_.readEndsAt = kChunk + 512;
   EXPECT_EQ(run(), finished(disk_.content.substr(0, kChunk + 512), 0));
+
+  disk_.readEndsAt = std::numeric_limits<std::int64_t>::max();
+  disk_.badSectors = {3, kChunk / 512 + 8000};
+  std::string good = disk_.content.substr(0, kChunk);
+  good.replace(512 * 3, 512, 512, '\0');
+  // With the request for a chunk, while the chunk with the second unreadable block is rescued, and where the
+  // system notices it only after the last block.
+  for (const std::int64_t after : {std::int64_t{kChunk}, std::int64_t{kChunk} + 512 * 7000}) {
+    disk_.isGone = false;
+    disk_.onRequest = [&](FakeDisk::Request, std::int64_t at) { disk_.isGone = disk_.isGone || at >= after; };
+    DeviceJobStatus expected = failed("Read failed: No such device", kChunk);
+    expected.badBlocks = 1;
+    expected.log.insert(begin().size(),
+                        "The image is incomplete: its first 4194304 bytes are good, "
+                        "1 unreadable block(s) zero-filled.\n");
+    EXPECT_EQ(again(), expected);
+    EXPECT_TRUE(contentOf(path_) == good);
+  }
+  disk_.isGone = false;
+  disk_.onRequest = [&](FakeDisk::Request, std::int64_t) {
+    disk_.isGone = table_.status(id_)->bytesDone == static_cast<std::int64_t>(disk_.content.size());
+  };
+  EXPECT_EQ(again().error, "Read failed: No such device");
 }
 
 TEST_F(RunImageTest, NeverReplacesOrFollowsWhatStandsAtTheDestination) {

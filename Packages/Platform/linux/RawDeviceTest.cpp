@@ -2,6 +2,8 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/loop.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -117,6 +119,12 @@ TEST_F(RawDeviceTest, ReadsBackFromTheDeviceItselfAlignedOrNot) {
   EXPECT_EQ(std::memcmp(odd.data(), bytes.data() + 700, 3000), 0);
   EXPECT_EQ(device->readAt(again.bytes(), kSize), (IoResult{0, 0}));
   EXPECT_EQ(device->readAt(again.bytes(), kSize - 512), (IoResult{512, 0}));
+
+  // Its medium is taken out: the system itself would report no more than the end.
+  fs::resize_file(file_, 0);
+  const FileDescriptor drive(::open(loop_->path().c_str(), O_RDONLY | O_CLOEXEC));
+  ASSERT_EQ(::ioctl(drive.get(), LOOP_SET_CAPACITY, 0), 0);
+  EXPECT_EQ(device->readAt(again.bytes(), 0), (IoResult{0, ENOMEDIUM, true}));
 }
 
 TEST_F(RawDeviceTest, OpensOnlyTheDiskThatWasMeant) {
