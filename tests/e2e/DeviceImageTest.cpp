@@ -103,6 +103,10 @@ TEST_F(DeviceImage, GoesOnlyWhereNothingIsYet) {
   EXPECT_EQ(device({"image", "disk1", "/Users/ann/way/planted.img"}).status, 1)
       << "no way out of the home folder";
   EXPECT_FALSE(fs::exists("/etc/planted.img"));
+
+  const Outcome others = device({"image", "disk1", "/Users/bob/disk.img"});
+  EXPECT_THAT(others.err, HasSubstr("Cannot create /Users/bob/disk.img: Permission denied\n"));
+  EXPECT_FALSE(fs::exists("/Users/bob/disk.img"));
 }
 
 TEST_F(DeviceImage, FullVolumeIsAFailure) {

@@ -101,12 +101,21 @@ TEST_F(DeviceWrite, RefusesImagesThatThePersonMayNotUse) {
   const std::string bobs = annsFile("bobs.img", "secret");
   ASSERT_EQ(::chown(bobs.c_str(), kBob.uid, kBob.gid), 0);
   fs::permissions(bobs, fs::perms(0640));
+  // Anybody may read the file, and only Bob gets as far as its folder.
+  const fs::path closed = "/Users/bob/private";
+  fs::create_directories(closed);
+  ASSERT_EQ(::chown(closed.c_str(), kBob.uid, kBob.gid), 0);
+  fs::permissions(closed, fs::perms(0700));
+  const std::string hidden = closed / "hidden.img";
+  writeFile(hidden, "secret");
+  fs::permissions(hidden, fs::perms(0644));
   const std::string large = annsFile("large.img", std::string(kMiB + 1, 'x'));
   const std::string text = annsFile("notes.txt", "x");
   fs::create_directories("/Users/ann/folder.img");
   const std::string kind = " (.img/.iso/.raw/.dmg/.cdr)";
   for (const auto& [image, message] : {
            std::pair<std::string, std::string>{bobs, "Image is not readable by your user: " + bobs},
+           {hidden, "Image is not readable by your user: " + hidden},
            {large, "Image (1048577 bytes) is larger than the device (1048576 bytes)."},
            {text, "Image not allowed: " + text + kind},
            {"/Users/ann/folder.img", "Image not allowed: /Users/ann/folder.img" + kind},
@@ -123,6 +132,11 @@ TEST_F(DeviceWrite, RefusesImagesThatThePersonMayNotUse) {
   fs::create_symlink(bobs, link);
   EXPECT_EQ(device({"write", "--yes", link, "disk7"}).status, 1);
   EXPECT_TRUE(disk.content() == old);
+
+  constexpr gid_t kAdmin = 80;  // one more group of Ann's
+  ASSERT_EQ(::chown(closed.c_str(), kBob.uid, kAdmin), 0);
+  fs::permissions(closed, fs::perms(0710));
+  EXPECT_EQ(device({"write", "--yes", hidden, "disk7"}).status, 0);
 }
 
 TEST_F(DeviceWrite, MountedDiskIsLeftAlone) {

@@ -3,12 +3,15 @@
 #include <algorithm>
 #include <array>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "Base/Ascii.hpp"
 #include "Base/PathText.hpp"
 #include "Platform/FileManager.hpp"
 #include "Platform/StandardPath.hpp"
+#include "Platform/StreamedFile.hpp"
+#include "Platform/UserRights.hpp"
 
 namespace molvane {
 namespace {
@@ -71,6 +74,14 @@ class FileSystem final : public DeviceFileAccess {
   [[nodiscard]] std::optional<FileAttributes> targetAttributes(const std::string& path) const override {
     return FileManager::findTargetAttributes(path);
   }
+  [[nodiscard]] bool isReadable(const std::string& path, std::uint32_t uid) const override {
+    try {
+      withRightsOf(uid, [&] { (void)openStreamedFile(path); });
+    } catch (const std::system_error&) {
+      return false;
+    }
+    return true;
+  }
   [[nodiscard]] std::optional<MountedVolume> mountedVolume(const std::string& path) const override {
     return molvane::mountedVolume(path);
   }
@@ -110,8 +121,10 @@ DevicePolicy::ImageSource DevicePolicy::validateImageSource(const std::string& p
   }
   const std::optional<FileAttributes> image = fileManager->targetAttributes(standard);
   if (!image || image->type != FileType::regular) throw DevicePolicyError(Case::badSource, path);
-  // Not the group: the helper must not read for a person what they could not read as owner or as anyone.
-  if (image->owner != uid && (image->mode & kReadableByOthers) == 0) {
+  // Not the group: the helper must not read for a person what they could not read as owner or as anyone. And
+  // not by these bits alone: a folder on the way may be closed to them.
+  if ((image->owner != uid && (image->mode & kReadableByOthers) == 0) ||
+      !fileManager->isReadable(standard, uid)) {
     throw DevicePolicyError(Case::sourceNotReadable, standard);
   }
   if (deviceSize < image->size) throw DevicePolicyError(ImageSizes{image->size, deviceSize});

@@ -9,12 +9,14 @@
 #include <utility>
 
 #include "Base/NSError.hpp"
+#include "Base/PathText.hpp"
 #include "HelperKit/Devices/ChunkRescue.hpp"
 #include "HelperKit/Devices/ChunkStream.hpp"
 #include "HelperKit/Devices/DeviceJobWork.hpp"
 #include "HelperKit/Devices/DevicePolicy.hpp"
 #include "Platform/DirectoryHandle.hpp"
 #include "Platform/StreamedFile.hpp"
+#include "Platform/UserRights.hpp"
 
 namespace molvane {
 namespace {
@@ -39,11 +41,14 @@ int errnoOf(WalkErrorCase which) {
 // The image file and the folder that holds it.
 class NewImage {
  public:
-  // Throws std::system_error.
-  explicit NewImage(const std::string& path) : item_(hold(path)) {
-    constexpr int kCreate = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-    file_ = FileDescriptor(::openat(item_.folder.get(), item_.name.c_str(), kCreate, 0644));
-    if (!file_) throwErrno("create " + path);
+  // Throws std::system_error, EACCES for a folder that the person may not write to or not even reach.
+  NewImage(const std::string& path, std::uint32_t person) : item_(hold(path)) {
+    withRightsOf(person, [&] {
+      requireReachable(deletingLastPathComponent(path));
+      constexpr int kCreate = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+      file_ = FileDescriptor(::openat(item_.folder.get(), item_.name.c_str(), kCreate, 0644));
+      if (!file_) throwErrno("create " + path);
+    });
   }
 
   // Best effort, as on a volume without owners.
@@ -90,6 +95,18 @@ class NewImage {
       return walkToItem(imageDestinationPlace(path), path);
     } catch (const WalkError& error) {
       throw std::system_error(errnoOf(error.which()), std::generic_category(), path);
+    }
+  }
+
+  // The folder that is held must be the one to which the path leads the calling thread.
+  void requireReachable(const std::string& folder) const {
+    struct stat held {};
+    struct stat reached {};
+    if (::fstat(item_.folder.get(), &held) != 0 || ::stat((folder + "/.").c_str(), &reached) != 0) {
+      throwErrno("reach " + folder);
+    }
+    if (held.st_dev != reached.st_dev || held.st_ino != reached.st_ino) {
+      throw std::system_error(EACCES, std::generic_category(), folder);
     }
   }
 
@@ -203,7 +220,7 @@ JobEnd imageDisk(DeviceJob& job, const RawDeviceOpener& openDevice, const ImageW
   }
   std::optional<NewImage> image;
   try {
-    image.emplace(work.destination);
+    image.emplace(work.destination, work.peerUID);
   } catch (const std::system_error& error) {
     return JobEnd::failed("Cannot create " + work.destination + ": " + reasonText(error.code().value()));
   }

@@ -47,7 +47,8 @@ class RunImageTest : public ::testing::Test {
                         .sizeBytes = static_cast<std::int64_t>(disk_.content.size()),
                         .blockSize = blockSize},
               .destination = path_,
-              .ownerUID = owner_});
+              .ownerUID = owner_,
+              .peerUID = peer_});
     return table_.status(id_).value();
   }
 
@@ -77,6 +78,7 @@ class RunImageTest : public ::testing::Test {
   TemporaryFolder folder_;
   std::string path_ = folder_.path() + "/copy.img";
   std::uint32_t owner_ = geteuid() == 0 ? 501 : geteuid();
+  std::uint32_t peer_ = geteuid();
   FakeDisk disk_{noise(2 * kChunk + 512 * 3)};
   DeviceJobTable table_;
   std::string id_ = "job";
@@ -171,6 +173,20 @@ TEST_F(RunImageTest, NeverReplacesOrFollowsWhatStandsAtTheDestination) {
   EXPECT_TRUE(fs::is_empty(folder_.path() + "/real"));
   path_ = folder_.path() + "/gone/copy.img";
   cannotCreate("No such file or directory");
+
+  if (geteuid() == 0) {
+    // The person's rights count, on the folder itself and on the way to it.
+    peer_ = 501;
+    fs::create_directory(folder_.path() + "/open");
+    path_ = folder_.path() + "/open/copy.img";
+    fs::permissions(folder_.path() + "/open", fs::perms(0777));
+    cannotCreate("Permission denied");
+    fs::permissions(folder_.path(), fs::perms(0711));
+    table_.add(id_, {});
+    EXPECT_EQ(run().phase, Phase::finished);
+    path_ = folder_.path() + "/copy.img";
+    cannotCreate("Permission denied");
+  }
 
   disk_.openError = EBUSY;
   table_.add(id_, {});

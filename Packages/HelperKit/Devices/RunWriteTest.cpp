@@ -38,7 +38,7 @@ class RunWriteTest : public ::testing::Test {
                              .sizeBytes = static_cast<std::int64_t>(disk_.content.size()),
                              .blockSize = blockSize},
                    .verify = verify,
-                   .peerUID = geteuid()};
+                   .peerUID = peer_};
     DeviceJob job(table_, "job");
     runWrite(job, disk_.opener(), work);
     return table_.status("job").value();
@@ -52,6 +52,7 @@ class RunWriteTest : public ::testing::Test {
 
   TemporaryFolder folder_;
   const std::string path_ = folder_.path() + "/image.img";
+  std::uint32_t peer_ = geteuid();
   FakeDisk disk_{4 * kChunk};
   DeviceJobTable table_;
 };
@@ -112,6 +113,9 @@ TEST_F(RunWriteTest, SaysWhyTheImageOrTheDeviceCannotBeOpened) {
     ASSERT_EQ(chmod(path_.c_str(), 0640), 0);
     cannotOpen("Permission denied");
     ASSERT_EQ(chmod(path_.c_str(), 0604), 0);
+    peer_ = 54321;
+    cannotOpen("Permission denied");  // the folder has mode 0700
+    ASSERT_EQ(chmod(folder_.path().c_str(), 0711), 0);
     EXPECT_EQ(run().phase, Phase::finished);
     table_.add("job", {});
   }
