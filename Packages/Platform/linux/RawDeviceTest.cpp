@@ -162,9 +162,20 @@ TEST_F(RawDeviceTest, IsNotWrittenWhileAVolumeOfItIsMounted) {
   EXPECT_EQ(refusal(request(Access::read)), 0);
   ASSERT_EQ(umount(volume.c_str()), 0);
 
+  // The same through a loop device over the disk, and one over that.
+  const testing::LoopDevice over(loop_->path());
+  const testing::LoopDevice onTop(over.path());
+  for (const std::string& way : {over.path(), onTop.path()}) {
+    ASSERT_EQ(mount(way.c_str(), volume.c_str(), "ext4", 0, nullptr), 0);
+    EXPECT_EQ(refusal(request(Access::write)), EBUSY);
+    ASSERT_EQ(umount(volume.c_str()), 0);
+  }
+
   const std::unique_ptr<RawDevice> device = open(Access::write);
-  EXPECT_NE(mount(loop_->path().c_str(), volume.c_str(), "ext4", 0, nullptr), 0);
-  EXPECT_EQ(errno, EBUSY);
+  for (const std::string& way : {loop_->path(), over.path(), onTop.path()}) {
+    EXPECT_NE(mount(way.c_str(), volume.c_str(), "ext4", 0, nullptr), 0);
+    EXPECT_EQ(errno, EBUSY) << way;
+  }
 }
 
 TEST_F(RawDeviceTest, ClaimsAndMarksTheDiskUntilTheLastWriterHasGone) {
