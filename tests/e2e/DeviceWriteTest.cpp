@@ -139,7 +139,7 @@ TEST_F(DeviceWrite, RefusesImagesThatThePersonMayNotUse) {
   EXPECT_EQ(device({"write", "--yes", hidden, "disk7"}).status, 0);
 }
 
-TEST_F(DeviceWrite, MountedDiskIsLeftAlone) {
+TEST_F(DeviceWrite, DiskThatIsMountedByAnyWayIsLeftAlone) {
   const AttachedDisk disk("disk7", 16 * kMiB, {"--volume", "/Volumes/Stick"});
   writeFile("/Volumes/Stick/kept", "kept");
   ::sync();
@@ -151,6 +151,23 @@ TEST_F(DeviceWrite, MountedDiskIsLeftAlone) {
   EXPECT_TRUE(disk.content() == old);
 
   EXPECT_EQ(run({"/usr/sbin/diskutil", "unmountDisk", "disk7"}).status, 0);
+
+  // The same volume through a loop device, which does not hold the disk.
+  {
+    const AttachedDisk loop("disk8", 15 * kMiB, {"--virtual", "--over", "/dev/disk7s1"});
+    const auto refusalMountedAt = [&](const char* folder) {
+      fs::create_directories(folder);
+      EXPECT_EQ(::mount("/dev/disk8", folder, "ext4", 0, nullptr), 0);
+      const Outcome outcome = device({"write", "--yes", image, "disk7"});
+      EXPECT_EQ(readFile(fs::path(folder) / "kept"), "kept");
+      EXPECT_TRUE(disk.content().substr(0, kMiB) == old.substr(0, kMiB)) << "what precedes the partition";
+      EXPECT_EQ(::umount(folder), 0);
+      return outcome.err;
+    };
+    EXPECT_THAT(refusalMountedAt("/Volumes/Loop"), EndsWith(kUnmountFirst));
+    EXPECT_EQ(refusalMountedAt("/opt"),
+              "molvanectl: disk7 backs the running system. Refused. (com.molvane.helper.policy, 10)\n");
+  }
   EXPECT_EQ(device({"write", "--yes", image, "disk7"}).status, 0);
 }
 

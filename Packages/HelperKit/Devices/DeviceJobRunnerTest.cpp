@@ -46,6 +46,7 @@ class KnownDisks final : public DeviceFactsProviding {
   }
   std::set<std::string> wholeDisks(const std::string& name) const override { return {name}; }
   std::set<std::string> bootWholeDisks() const override { return {}; }
+  std::set<std::string> systemWholeDisks() const override { return {}; }
 };
 
 class DeviceJobRunnerTest : public ::testing::Test {

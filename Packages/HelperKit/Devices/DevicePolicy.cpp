@@ -54,12 +54,6 @@ std::string standardized(const std::string& path, Case refusal) {
   return standardizingPath(path);
 }
 
-// What an overwritten disk must not be, beyond what a disk that is read must not be.
-void requireDisposable(const DeviceFacts& facts, const std::string& name) {
-  if (facts.isInternal) throw DevicePolicyError(Case::internalDisk, name);
-  if (facts.isVirtual) throw DevicePolicyError(Case::diskImage, name);
-}
-
 class FileSystem final : public DeviceFileAccess {
  public:
   [[nodiscard]] bool itemExists(const std::string& path) const override {
@@ -99,7 +93,9 @@ DeviceFacts DevicePolicy::validateSourceDevice(const std::string& bsdName) const
 
 DeviceFacts DevicePolicy::validateTargetDevice(const std::string& bsdName) const {
   DeviceFacts found = validateSourceDevice(bsdName);
-  requireDisposable(found, bsdName);
+  if (systemDisks.count(bsdName) != 0) throw DevicePolicyError(Case::bootDisk, bsdName);
+  if (found.isInternal) throw DevicePolicyError(Case::internalDisk, bsdName);
+  if (found.isVirtual) throw DevicePolicyError(Case::diskImage, bsdName);
   return found;
 }
 
@@ -155,7 +151,7 @@ std::string DevicePolicy::validateTargetVolume(const std::string& path) const {
 
   const std::set<std::string> disks = facts->wholeDisks(lastPathComponent(volume->mountedFrom));
   if (disks.empty()) throw DevicePolicyError(Case::badTargetVolume, path);
-  for (const std::string& disk : disks) requireDisposable(validateSourceDevice(disk), disk);
+  for (const std::string& disk : disks) (void)validateTargetDevice(disk);
   return standard;
 }
 
@@ -176,7 +172,9 @@ std::shared_ptr<const DeviceFileAccess> makeDeviceFileAccess() { return std::mak
 DevicePolicy makeDevicePolicy() {
   std::shared_ptr<const DeviceFactsProviding> facts = makeDeviceFacts();
   std::set<std::string> bootDisks = facts->bootWholeDisks();
-  return {std::move(facts), std::move(bootDisks), makeDeviceFileAccess(), makeCodeSigning()};
+  std::set<std::string> systemDisks = facts->systemWholeDisks();
+  return {std::move(facts), std::move(bootDisks), makeDeviceFileAccess(), makeCodeSigning(),
+          std::move(systemDisks)};
 }
 
 }  // namespace molvane

@@ -61,12 +61,14 @@ struct DevicePolicy {
   std::set<std::string> bootDisks;  ///< the whole disks that carry the running system
   std::shared_ptr<const DeviceFileAccess> fileManager;
   std::shared_ptr<CodeSigning> codeSigning;
+  std::set<std::string> systemDisks = {};  ///< the whole disks besides those that must not be overwritten,
+                                           ///< since the running system needs what is on them
 
   /// The facts about a whole disk that may be read. Throws unknownDevice, notWholeDisk, bootDisk.
   [[nodiscard]] DeviceFacts validateSourceDevice(const std::string& bsdName) const;
 
-  /// The facts about a whole disk that may be overwritten. Throws as validateSourceDevice does, and
-  /// internalDisk, diskImage.
+  /// The facts about a whole disk that may be overwritten. Throws as validateSourceDevice does, bootDisk also
+  /// for one of systemDisks, and internalDisk, diskImage.
   [[nodiscard]] DeviceFacts validateTargetDevice(const std::string& bsdName) const;
 
   /// The standardized path of an image file that may be created. Throws badDestination, destinationExists.

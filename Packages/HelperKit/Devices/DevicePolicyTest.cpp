@@ -33,6 +33,7 @@ class TableOfDisks final : public DeviceFactsProviding {
     return found == below.end() ? std::set<std::string>() : found->second;
   }
   [[nodiscard]] std::set<std::string> bootWholeDisks() const override { return {}; }
+  [[nodiscard]] std::set<std::string> systemWholeDisks() const override { return {}; }
 
   std::map<std::string, DeviceFacts> disks;
   std::map<std::string, std::set<std::string>> below;
@@ -112,7 +113,8 @@ class DevicePolicyTest : public ::testing::Test {
     add("disk5", [](DeviceFacts& it) { it.isVirtual = true; });
     add("disk6", [](DeviceFacts& it) { it.isVirtual = it.isInternal = true; });
     add("disk7", [](DeviceFacts& /*it*/) {});
-    policy_ = {disks_, {"disk0", "disk7"}, files_, signing_};
+    add("disk8", [](DeviceFacts& /*it*/) {});
+    policy_ = {disks_, {"disk0", "disk7"}, files_, signing_, {"disk8"}};
   }
 
   void add(const std::string& name, const std::function<void(DeviceFacts&)>& change) {
@@ -203,6 +205,8 @@ TEST_F(DevicePolicyTest, onlyExternalDrivesAreOverwritten) {
   refuses(Case::notWholeDisk, "disk4s1");
   refuses(Case::bootDisk, "disk0");  // before: it is internal
   refuses(Case::bootDisk, "disk7");
+  refuses(Case::bootDisk, "disk8");
+  EXPECT_EQ(policy_.validateSourceDevice("disk8").bsdName, "disk8") << "what the system needs may be read";
   refuses(Case::internalDisk, "disk1");
   refuses(Case::diskImage, "disk5");
   refuses(Case::internalDisk, "disk6");  // virtual as well
@@ -345,6 +349,7 @@ TEST_F(DevicePolicyTest, everyDiskBelowATargetVolumeMustBeOneToGiveUp) {
   };
   refuses(Case::unknownDevice, "disk9", {"disk4", "disk9"});
   refuses(Case::notWholeDisk, "disk4s1", {"disk4", "disk4s1"});
+  refuses(Case::bootDisk, "disk8", {"disk4", "disk8"});
   refuses(Case::bootDisk, "disk0", {"disk0", "disk4"});
   refuses(Case::bootDisk, "disk7", {"disk4", "disk7"});
   refuses(Case::internalDisk, "disk1", {"disk1", "disk4"});

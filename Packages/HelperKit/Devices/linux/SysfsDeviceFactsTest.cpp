@@ -80,7 +80,7 @@ class Machine {
 
   [[nodiscard]] std::string at(const std::string& path) const { return scratch_.path() + "/" + path; }
   [[nodiscard]] SysfsDeviceFacts facts() const {
-    return SysfsDeviceFacts({at("sys"), at("mountinfo"), at("dev")});
+    return SysfsDeviceFacts({at("sys"), at("mountinfo"), at("dev"), at("swaps")});
   }
   [[nodiscard]] DeviceFacts factsOf(const std::string& name) const {
     return facts().facts(name).value_or(DeviceFacts());
@@ -274,6 +274,51 @@ TEST(SysfsDeviceFactsTest, theSystemsDisksComeFromTheMountTable) {
   machine.mount("0:45", "/System/Volumes/Data", "zfs pool/dev/sdf");
   machine.mount("99:99", "/usr", "ext4 /dev/root");
   EXPECT_EQ(machine.facts().bootWholeDisks(), Names());
+}
+
+TEST(SysfsDeviceFactsTest, theSystemNeedsMoreThanItsBootDisks) {
+  Machine machine;
+  for (const char* disk : {"sda", "sdb", "sdc", "sdd", "sde", "sdf", "sdg"}) machine.add(kSata + disk);
+  machine.add(kSata + "sdb/sdb1", "partition");
+  const auto loop = [&](const std::string& name, const std::string& shown) {
+    machine.stack(name, {});
+    machine.write("sys/class/block/" + name + "/loop/backing_file", shown + "\n");
+  };
+  const auto isNeeded = [&](const Names& expected) {
+    Names disks = machine.facts().systemWholeDisks();
+    for (const char* shown : {"loop0", "loop1", "loop2"}) disks.erase(shown);
+    EXPECT_EQ(disks, expected);
+  };
+
+  // A live system: an overlay over an image on a stick, which no mount names as the root's disk.
+  loop("loop0", "/cdrom/live/system.squashfs");
+  machine.mount("0:40", "/", "overlay overlay rw,lowerdir=/mnt/root,upperdir=/none/upper,workdir=/none/work");
+  machine.mountDevice("loop0", "/mnt/root");
+  isNeeded({});
+  machine.mountDevice("sda", "/cdrom");
+  isNeeded({"sda"});
+  EXPECT_EQ(machine.facts().bootWholeDisks(), Names()) << "it may be read";
+
+  // Loop devices over a partition, one with a RAID set on it, and one that shows another one.
+  loop("loop1", "/dev/sdb1 (deleted)");
+  loop("loop2", "/dev/loop1");
+  machine.stack("md0", {"loop2"});
+  machine.mountDevice("md0", "/opt/tools");
+  isNeeded({"sda", "sdb"});
+  EXPECT_EQ(machine.facts().wholeDisks("loop1"), (Names{"loop1"}))
+      << "an attached image is a disk of its own";
+
+  for (const char* place : {"/media/ann/stick", "/Volumes/Stick", "/home/ann/stick", "/variety"}) {
+    machine.mountDevice("sdc", place);
+  }
+  isNeeded({"sda", "sdb"});
+  machine.mountDevice("sdc", "/home/ann");
+  machine.mount("0:41", "/home/ann", "tmpfs tmpfs");
+  isNeeded({"sda", "sdb", "sdc"});
+  machine.mountDevice("sdd", "/var");
+  machine.mountDevice("sde", "/mnt");
+  machine.write("swaps", "Filename\t\t\tType\n/mnt/a\\040file file 1 0 -2\n/dev/sdf partition 1 0 -3\n");
+  isNeeded({"sda", "sdb", "sdc", "sdd", "sde", "sdf"});
 }
 
 TEST(SysfsDeviceFactsTest, aSourceThatIsALinkIsFollowed) {
