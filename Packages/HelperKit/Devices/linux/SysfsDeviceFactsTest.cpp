@@ -157,25 +157,44 @@ TEST(SysfsDeviceFactsTest, cardsInSlotsAreExternalAndSolderedOnesAreNot) {
   }
 }
 
-TEST(SysfsDeviceFactsTest, thunderboltNeedsTheKernelsMarkAndADeviceOnTheBus) {
+TEST(SysfsDeviceFactsTest, thunderboltNeedsTheKernelsMarkAndAHostWithADevice) {
   Machine machine;
+  const auto isInternal = [&](const std::string& disk) { return machine.factsOf(disk).isInternal; };
+  const auto mark = [&](const std::string& function, const std::string& text = "removable") {
+    machine.write("sys/devices/" + function + "/removable", text + "\n");
+  };
+  const auto plug = [&](const std::string& host, const std::string& name) {
+    fs::create_directories(machine.at("sys/devices/" + host + "/domain0/" + name));
+    fs::create_directories(machine.at("sys/bus/thunderbolt/devices"));
+    fs::create_symlink("../../../devices/" + host + "/domain0/" + name,
+                       machine.at("sys/bus/thunderbolt/devices/" + name));
+  };
   machine.add(kPort + "/0000:03:00.0/0000:04:00.0/nvme/nvme1/nvme1n1");
-  const std::string bus = "sys/bus/thunderbolt/devices/";
-  EXPECT_TRUE(machine.factsOf("nvme1n1").isInternal);
-  machine.write("sys/devices/" + kPort + "/0000:03:00.0/removable", "removable\n");
-  EXPECT_TRUE(machine.factsOf("nvme1n1").isInternal) << "there is no such bus";
-  for (const char* own : {"domain0", "0-0", "1-0", "0-0:1.1", "0-1.1"}) {
-    fs::create_directories(machine.at(bus + own));
-  }
-  EXPECT_TRUE(machine.factsOf("nvme1n1").isInternal) << "nothing is plugged in";
-  fs::create_directories(machine.at(bus + "0-301"));
-  EXPECT_FALSE(machine.factsOf("nvme1n1").isInternal);
-  machine.write("sys/devices/" + kPort + "/0000:03:00.0/removable", "fixed\n");
-  EXPECT_TRUE(machine.factsOf("nvme1n1").isInternal);
+  mark(kPort + "/0000:03:00.0");
+  EXPECT_TRUE(isInternal("nvme1n1")) << "there is no such bus";
+  const std::string inProcessor = "pci0000:00/0000:00:0d.2";
+  for (const char* own : {"0-0", "1-0", "0-0:1.1", "0-1.1"}) plug(inProcessor, own);
+  const std::string supplier = machine.at("sys/devices/" + kPort + "/supplier:pci:0000:00:0d.2");
+  fs::create_symlink("../../virtual/devlink/it", supplier);
+  EXPECT_TRUE(isInternal("nvme1n1")) << "nothing is plugged in";
+  plug(inProcessor, "0-301");
+  EXPECT_FALSE(isInternal("nvme1n1"));
+  mark(kPort + "/0000:03:00.0", "fixed");
+  EXPECT_TRUE(isInternal("nvme1n1"));
+  mark(kPort + "/0000:03:00.0");
+  fs::remove(supplier);
+  EXPECT_TRUE(isInternal("nvme1n1")) << "behind a switch in a port that has nothing to do with the host";
 
-  machine.add("pci0000:00/0000:00:1d.0/0000:05:00.0/nvme/nvme2/nvme2n1");
-  machine.write("sys/devices/pci0000:00/0000:00:1d.0/0000:05:00.0/removable", "removable\n");
-  EXPECT_TRUE(machine.factsOf("nvme2n1").isInternal) << "in a slot that the firmware takes for a way out";
+  const std::string chip = "pci0000:00/0000:00:1d.0/0000:05:00.0";
+  machine.add(chip + "/0000:06:01.0/0000:08:00.0/0000:09:00.0/nvme/nvme2/nvme2n1");
+  mark(chip);
+  EXPECT_TRUE(isInternal("nvme2n1"));
+  plug(chip + "/0000:06:00.0/0000:07:00.0", "1-1");
+  EXPECT_FALSE(isInternal("nvme2n1"));
+
+  machine.add("pci0000:00/0000:00:1b.0/0000:0a:00.0/nvme/nvme3/nvme3n1");
+  mark("pci0000:00/0000:00:1b.0/0000:0a:00.0");
+  EXPECT_TRUE(isInternal("nvme3n1")) << "in a slot that the firmware takes for a way out";
 }
 
 TEST(SysfsDeviceFactsTest, whatTheKernelDoesNotSayIsTheSafeAnswer) {
