@@ -12,7 +12,6 @@
 #include <utility>
 #include <vector>
 
-#include "HelperProtocol/HelperErrorDomains.hpp"
 #include "Platform/testing/TemporaryFolder.hpp"
 
 namespace molvane {
@@ -155,32 +154,6 @@ class DevicePolicyTest : public ::testing::Test {
   std::shared_ptr<SignedPaths> signing_ = std::make_shared<SignedPaths>();
   DevicePolicy policy_;
 };
-
-TEST(DevicePolicyErrorTest, saysWhatIsWrong) {
-  const std::vector<std::pair<Case, std::string>> messages = {
-      {Case::unknownDevice, "Unknown device: X"},
-      {Case::notWholeDisk, "X is a partition; choose the whole disk."},
-      {Case::bootDisk, "X backs the running system. Refused."},
-      {Case::internalDisk, "X is an internal disk. Refused."},
-      {Case::badDestination,
-       "Destination not allowed: X (use a .dmg/.img/.raw under /Users, /Volumes or /tmp)."},
-      {Case::destinationExists, "Destination already exists: X"},
-      {Case::badSource, "Image not allowed: X (.img/.iso/.raw/.dmg/.cdr)"},
-      {Case::sourceNotReadable, "Image is not readable by your user: X"},
-      {Case::badInstaller, "Not an Apple-signed macOS installer: X"},
-      {Case::badTargetVolume, "Target must be a mounted volume on an external disk: X"},
-      {Case::diskImage, "X is an attached disk image, not a drive. Refused."}};
-  for (const auto& [which, message] : messages) {
-    EXPECT_EQ(DevicePolicyError(which, "X").errorDescription(), message);
-  }
-  const DevicePolicyError tooLarge(ImageSizes{9'223'372'036'854'775'807, 512});
-  EXPECT_EQ(tooLarge.errorDescription(),
-            "Image (9223372036854775807 bytes) is larger than the device (512 bytes).");
-  EXPECT_FALSE(tooLarge == DevicePolicyError(ImageSizes{1, 512}));
-  EXPECT_FALSE(tooLarge == DevicePolicyError(Case::badSource, "X"));
-  const NSError error = tooLarge.asNSError();
-  EXPECT_EQ(error, (NSError{std::string(kPolicyErrorDomain), 10, tooLarge.errorDescription()}));
-}
 
 TEST_F(DevicePolicyTest, onlyWholeDisksThatDoNotCarryTheSystemAreRead) {
   EXPECT_EQ(policy_.validateSourceDevice("disk4"), disks_->disks["disk4"]);

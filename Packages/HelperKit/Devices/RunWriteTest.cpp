@@ -57,35 +57,6 @@ class RunWriteTest : public ::testing::Test {
   DeviceJobTable table_;
 };
 
-TEST_F(RunWriteTest, WritesEveryByteAndPadsTheLastBlockWithZeros) {
-  const std::string before = disk_.content;
-  for (const std::int64_t blockSize : {0, 512, 4096}) {
-    const auto block = static_cast<std::size_t>(blockSize == 4096 ? 4096 : 512);
-    for (const std::size_t size : {std::size_t{0}, std::size_t{1}, std::size_t{512}, kChunk - 1, kChunk,
-                                   kChunk + 1, 3 * kChunk - 700}) {
-      for (const bool verify : {false, true}) {
-        const std::string image = noise(size);
-        makeImage(image);
-        disk_.content = before;
-        table_.add("job", {});
-        const std::string digest = hexText(sha256(image));
-        EXPECT_EQ(run(verify, -1, blockSize),
-                  (DeviceJobStatus{.phase = Phase::finished,
-                                   .bytesDone = static_cast<std::int64_t>(size),
-                                   .sha256 = digest,
-                                   .log = begin() + (verify ? "Verifying…\nVerified.\n" : "") +
-                                          "Done. SHA-256 " + digest + "\n"}));
-        const std::size_t padded = (size + block - 1) / block * block;
-        EXPECT_EQ(disk_.content, image + std::string(padded - size, '\0') + before.substr(padded)) << size;
-        EXPECT_EQ(disk_.opened.path, "/dev/rdisk4");
-        EXPECT_EQ(disk_.opened.access,
-                  verify ? RawDeviceRequest::Access::readWrite : RawDeviceRequest::Access::write);
-      }
-    }
-  }
-  EXPECT_EQ(disk_.largestRequest, kChunk);
-}
-
 TEST_F(RunWriteTest, GoesOnAfterAShortWrite) {
   const std::string image = noise(kChunk + 512);
   makeImage(image);
