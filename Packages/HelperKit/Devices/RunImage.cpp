@@ -162,54 +162,75 @@ std::string zeroFilled(std::int64_t badBlocks) {
   return std::to_string(badBlocks) + " unreadable block(s) zero-filled.\n";
 }
 
-JobEnd copyDisk(DeviceJob& job, RawDevice& device, const DeviceFacts& facts, NewImage& image) {
-  const auto cancelled = [&] {
-    image.remove();
-    return JobEnd::cancelled();
-  };
-  std::atomic<bool> isOver = false;
-  const auto writeFailed = [&](int error) {
-    isOver = true;
-    return JobEnd::failed("Write failed: " + reasonText(error));
-  };
+class ImageRun {
+ public:
+  ImageRun(DeviceJob& job, RawDevice& device, const DeviceFacts& facts, NewImage& image)
+      : job_(job), device_(device), facts_(facts), image_(image) {}
 
-  std::int64_t offset = 0;
-  std::int64_t badBlocks = 0;
-  const auto diskGone = [&](int reason) {
-    if (const int error = image.sync()) return writeFailed(error);
-    job.update([&](DeviceJobStatus& status) {
-      status.log += "The image is incomplete: its first " + std::to_string(offset) + " bytes are good, " +
-                    zeroFilled(badBlocks);
+  JobEnd run() {
+    Sha256 hasher;
+    ChunkStream disk(buffer_, DiskReader(job_, device_, facts_, isOver_), &hasher);
+    while (done_ < facts_.sizeBytes) {
+      if (job_.isToStop()) return cancelled();
+      const ChunkStream::Chunk chunk = disk.next();
+      if (chunk.error != 0) return chunk.error == ECANCELED ? cancelled() : diskGone(chunk.error);
+      if (chunk.count == 0) break;
+      if (const int error = image_.append(chunk.memory.first(chunk.count))) return writeFailed(error);
+      count(chunk);
+    }
+    disk.finish();
+    const std::string digest = hexText(hasher.finish());
+    if (const int error = image_.sync()) return writeFailed(error);
+    if (const int reason = whyGone()) return diskGone(reason);
+    return {Phase::finished, "Done. SHA-256 " + digest + "\n" + zeroFilled(badBlocks_), digest};
+  }
+
+ private:
+  void count(const ChunkRead& chunk) {
+    done_ += static_cast<std::int64_t>(chunk.count);
+    badBlocks_ = chunk.badBlocks;
+    job_.update([this](DeviceJobStatus& status) {
+      status.bytesDone = done_;
+      status.badBlocks = badBlocks_;
+    });
+  }
+
+  // Reads begin to fail a moment before the system knows that the disk is gone, so that bad blocks at the end
+  // may have been its going. 0 while it is there.
+  int whyGone() {
+    if (badBlocks_ == 0) return 0;
+    const IoResult read = device_.readAt(buffer_.chunk(0).first(blockSizeOf(facts_)), 0);
+    return read.isGone ? read.error : 0;
+  }
+
+  JobEnd cancelled() {
+    image_.remove();
+    return JobEnd::cancelled();
+  }
+
+  JobEnd writeFailed(int error) {
+    isOver_ = true;
+    return JobEnd::failed("Write failed: " + reasonText(error));
+  }
+
+  JobEnd diskGone(int reason) {
+    if (const int error = image_.sync()) return writeFailed(error);
+    job_.update([this](DeviceJobStatus& status) {
+      status.log += "The image is incomplete: its first " + std::to_string(done_) + " bytes are good, " +
+                    zeroFilled(badBlocks_);
     });
     return JobEnd::failed("Read failed: " + reasonText(reason));
-  };
+  }
 
-  const ChunkBuffer buffer;
-  Sha256 hasher;
-  ChunkStream disk(buffer, DiskReader(job, device, facts, isOver), &hasher);
-  while (offset < facts.sizeBytes) {
-    if (job.isToStop()) return cancelled();
-    const ChunkStream::Chunk chunk = disk.next();
-    if (chunk.error != 0) return chunk.error == ECANCELED ? cancelled() : diskGone(chunk.error);
-    if (chunk.count == 0) break;
-    if (const int error = image.append(chunk.memory.first(chunk.count))) return writeFailed(error);
-    offset += static_cast<std::int64_t>(chunk.count);
-    badBlocks = chunk.badBlocks;
-    job.update([=](DeviceJobStatus& status) {
-      status.bytesDone = offset;
-      status.badBlocks = badBlocks;
-    });
-  }
-  disk.finish();
-  const std::string digest = hexText(hasher.finish());
-  if (const int error = image.sync()) return writeFailed(error);
-  if (badBlocks > 0) {
-    // Reads begin to fail a moment before the system knows that the disk is gone.
-    const IoResult again = device.readAt(buffer.chunk(0).first(blockSizeOf(facts)), 0);
-    if (again.isGone) return diskGone(again.error);
-  }
-  return {Phase::finished, "Done. SHA-256 " + digest + "\n" + zeroFilled(badBlocks), digest};
-}
+  DeviceJob& job_;
+  RawDevice& device_;
+  const DeviceFacts& facts_;
+  NewImage& image_;
+  const ChunkBuffer buffer_;
+  std::atomic<bool> isOver_ = false;  // the image takes no more
+  std::int64_t done_ = 0;             // bytes
+  std::int64_t badBlocks_ = 0;
+};
 
 JobEnd imageDisk(DeviceJob& job, const RawDeviceOpener& openDevice, const ImageWork& work) {
   std::unique_ptr<RawDevice> device;
@@ -225,7 +246,7 @@ JobEnd imageDisk(DeviceJob& job, const RawDeviceOpener& openDevice, const ImageW
     return JobEnd::failed("Cannot create " + work.destination + ": " + reasonText(error.code().value()));
   }
   image->giveTo(work.ownerUID);
-  return copyDisk(job, *device, work.facts, *image);
+  return ImageRun(job, *device, work.facts, *image).run();
 }
 
 }  // namespace
