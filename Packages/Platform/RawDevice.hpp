@@ -49,11 +49,13 @@ struct RawDeviceRequest {
 };
 
 /// Opens a whole disk past the page cache. Throws std::system_error: EBUSY when it is to be written and a
-/// volume of it is mounted or something else holds it, ENOTBLK for what is no disk, ENODEV for a disk of
-/// another name than `diskName` or another size than `sizeBytes`, which is not the one that was meant.
+/// volume of it is mounted, also by way of a disk image device over it, or something else holds it, ENOTBLK
+/// for what is no disk, ENODEV for a disk of another name than `diskName` or another size than `sizeBytes`,
+/// which is not the one that was meant.
 ///
-/// While a disk is open for writing nobody else can mount it or claim it, and the desktop is asked to leave
-/// it alone; other jobs of this process are not kept from it.
+/// While a disk is open for writing nobody else can mount it or claim it, nor the disk image devices that
+/// show a part of it by then, and the desktop is asked to leave it alone; other jobs of this process are not
+/// kept from it.
 [[nodiscard]] std::unique_ptr<RawDevice> openRawDevice(const RawDeviceRequest& request);
 
 /// Takes back what an earlier helper that was killed while it wrote has asked of the desktop. For a helper
