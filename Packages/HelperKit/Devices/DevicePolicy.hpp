@@ -61,8 +61,8 @@ struct DevicePolicy {
   std::set<std::string> bootDisks;  ///< the whole disks that carry the running system
   std::shared_ptr<const DeviceFileAccess> fileManager;
   std::shared_ptr<CodeSigning> codeSigning;
-  std::set<std::string> systemDisks = {};  ///< the whole disks besides those that must not be overwritten,
-                                           ///< since the running system needs what is on them
+  std::set<std::string> systemDisks = {};  ///< further whole disks that must not be overwritten: the
+                                           ///< running system needs them
 
   /// The facts about a whole disk that may be read. Throws unknownDevice, notWholeDisk, bootDisk.
   [[nodiscard]] DeviceFacts validateSourceDevice(const std::string& bsdName) const;

@@ -47,7 +47,7 @@ dev_t wholeDiskOf(dev_t device) {
   return numberIn(folder + "/../dev").value_or(device);
 }
 
-// Nothing for one that shows nothing by now, or that has no node to ask it by.
+// Nothing when the loop device shows nothing by now, or has no node by which it can be asked.
 std::optional<LoopDevice> loopDeviceNamed(const std::string& name) {
   const std::string node = "/dev/" + name;
   const FileDescriptor device(::open(node.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
@@ -77,7 +77,7 @@ std::vector<FileDescriptor> claimLoopDevicesOver(dev_t number) {
   const std::vector<LoopDevice> loops = loopDevices();
   std::vector<FileDescriptor> claims;
   std::set<dev_t> claimed = {number};
-  // Each round finds those that show what the round before has claimed.
+  // Each round finds the loop devices over those of the round before.
   for (std::size_t before = 0; before != claimed.size();) {
     before = claimed.size();
     for (const LoopDevice& loop : loops) {

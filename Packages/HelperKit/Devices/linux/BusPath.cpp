@@ -75,9 +75,9 @@ std::set<std::string> thunderboltHosts(const std::string& sysfs) {
   return hosts;
 }
 
-// The host of a controller chip stands two levels below the bridge by which the chip begins, and what is
-// plugged in stands below the same bridge. A host in the processor has no bridge in common with its ports:
-// the kernel records that each port is supplied by it.
+// The host of a controller chip stands two levels below the bridge by which the chip begins, and the
+// devices that are plugged in stand below the same bridge. A host in the processor has no bridge in common
+// with its ports: the kernel records that each port is supplied by it.
 bool leadsToHost(const std::string& function, const std::string& host) {
   const std::string name = lastPathComponent(host);
   const auto hasLink = [&](const std::string& link) {

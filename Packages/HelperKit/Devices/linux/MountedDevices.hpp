@@ -17,7 +17,7 @@ namespace molvane {
 [[nodiscard]] bool isSystemFolder(const std::string& mountPoint);
 
 /// Which block devices carry the mounts of a machine and the files in them. Devices are told by their names
-/// in /sys/class/block. What cannot be told has none.
+/// in /sys/class/block. A device that cannot be told is left out.
 class MountedDevices {
  public:
   /// Looks at all devices once.

@@ -35,7 +35,8 @@ struct Bottom {
   bool isAll = true;  // nothing on the way down was missing
 };
 
-// `shownBy` gives the devices behind what a device shows without being stacked on it.
+// `shownBy` gives the devices that a device shows without being stacked on them, as a loop
+// device does.
 template <typename ShownBy>
 Bottom bottomOf(const std::string& sysfs, std::set<std::string> seen, ShownBy shownBy) {
   constexpr std::size_t kMostDevices = 4096;
