@@ -13,6 +13,7 @@ namespace molvane {
 struct IoResult {
   std::size_t count = 0;
   int error = 0;
+  bool isGone = false;  ///< the disk itself is no longer there, and `error` says how
 
   bool operator==(const IoResult&) const = default;
 };
@@ -25,6 +26,10 @@ class RawDevice {
 
   /// One request for `bytes.size()` bytes at `offset`; may come back short. Whole blocks of the device in
   /// page-aligned memory go straight through; anything else is read too, a block at a time.
+  ///
+  /// Whenever no bytes come, the disk is looked for: its name must still stand for the disk that was opened,
+  /// with the same size. Otherwise the result says that the disk is gone, even where the system reports the
+  /// end or an unreadable area.
   virtual IoResult readAt(std::span<std::byte> bytes, std::int64_t offset) = 0;
 
   /// One request; may come back short. Whole blocks in page-aligned memory only: EINVAL for anything else.
@@ -44,11 +49,13 @@ struct RawDeviceRequest {
 };
 
 /// Opens a whole disk past the page cache. Throws std::system_error: EBUSY when it is to be written and a
-/// volume of it is mounted or something else holds it, ENOTBLK for what is no disk, ENODEV for a disk of
-/// another name than `diskName` or another size than `sizeBytes`, which is not the one that was meant.
+/// volume of it is mounted, also by way of a disk image device over it, or something else holds it, ENOTBLK
+/// for what is no disk, ENODEV for a disk of another name than `diskName` or another size than `sizeBytes`,
+/// which is not the one that was meant.
 ///
-/// While a disk is open for writing nobody else can mount it or claim it, and the desktop is asked to leave
-/// it alone; other jobs of this process are not kept from it.
+/// While a disk is open for writing nobody else can mount it or claim it, nor the disk image devices that
+/// show a part of it by then, and the desktop is asked to leave it alone; other jobs of this process are not
+/// kept from it.
 [[nodiscard]] std::unique_ptr<RawDevice> openRawDevice(const RawDeviceRequest& request);
 
 /// Takes back what an earlier helper that was killed while it wrote has asked of the desktop. For a helper

@@ -103,6 +103,10 @@ TEST_F(DeviceImage, GoesOnlyWhereNothingIsYet) {
   EXPECT_EQ(device({"image", "disk1", "/Users/ann/way/planted.img"}).status, 1)
       << "no way out of the home folder";
   EXPECT_FALSE(fs::exists("/etc/planted.img"));
+
+  const Outcome others = device({"image", "disk1", "/Users/bob/disk.img"});
+  EXPECT_THAT(others.err, HasSubstr("Cannot create /Users/bob/disk.img: Permission denied\n"));
+  EXPECT_FALSE(fs::exists("/Users/bob/disk.img"));
 }
 
 TEST_F(DeviceImage, FullVolumeIsAFailure) {
@@ -166,6 +170,21 @@ TEST_F(FaultyImage, DiskWithNothingReadableIsAllZeros) {
   EXPECT_EQ(status["phase"], "finished") << status;
   EXPECT_EQ(status["badBlocks"], 5 * kMiB / kSector);
   EXPECT_TRUE(readFile(kImage) == std::string(5 * kMiB, '\0'));
+}
+
+TEST_F(FaultyImage, PulledOutInTheMiddleIsAFailureAndKeepsWhatIsGood) {
+  AttachedDisk disk("disk7", 16 * kMiB, {"--faulty"});
+  const std::string content = noise(16 * kMiB);
+  disk.setContent(content);
+  disk.tell("hold-reads 16384");
+  const std::string job = startJob({"image", "disk7", kImage});
+  ASSERT_TRUE(eventually([&] { return statusOf(job)["bytesDone"] == 8 * kMiB; })) << statusOf(job);
+  disk.pull();
+  const nlohmann::json status = endOf(job);
+  EXPECT_EQ(status["phase"], "failed") << status;
+  EXPECT_EQ(status.value("error", ""), "Read failed: No such device");
+  EXPECT_THAT(std::string(status["log"]), HasSubstr("its first 8388608 bytes are good"));
+  EXPECT_TRUE(readFile(kImage) == content.substr(0, 8 * kMiB));
 }
 
 TEST_F(FaultyImage, CancelRemovesTheFileAndFreesTheName) {

@@ -104,12 +104,21 @@ TEST_F(DeviceWrite, RefusesImagesThatThePersonMayNotUse) {
   ASSERT_EQ(::stat(kClient, &client), 0);
   ASSERT_EQ(::chown(bobs.c_str(), kBob.uid, client.st_gid), 0);
   fs::permissions(bobs, fs::perms(0640));
+  // Anybody may read the file, and only Bob gets as far as its folder.
+  const fs::path closed = "/Users/bob/private";
+  fs::create_directories(closed);
+  ASSERT_EQ(::chown(closed.c_str(), kBob.uid, kBob.gid), 0);
+  fs::permissions(closed, fs::perms(0700));
+  const std::string hidden = closed / "hidden.img";
+  writeFile(hidden, "secret");
+  fs::permissions(hidden, fs::perms(0644));
   const std::string large = annsFile("large.img", std::string(kMiB + 1, 'x'));
   const std::string text = annsFile("notes.txt", "x");
   fs::create_directories("/Users/ann/folder.img");
   const std::string kind = " (.img/.iso/.raw/.dmg/.cdr)";
   for (const auto& [image, message] : {
            std::pair<std::string, std::string>{bobs, "Image is not readable by your user: " + bobs},
+           {hidden, "Image is not readable by your user: " + hidden},
            {large, "Image (1048577 bytes) is larger than the device (1048576 bytes)."},
            {text, "Image not allowed: " + text + kind},
            {"/Users/ann/folder.img", "Image not allowed: /Users/ann/folder.img" + kind},
@@ -127,9 +136,14 @@ TEST_F(DeviceWrite, RefusesImagesThatThePersonMayNotUse) {
   fs::create_symlink(bobs, link);
   EXPECT_EQ(device({"write", "--yes", link, "disk7"}).status, 1);
   EXPECT_TRUE(disk.content() == old);
+
+  constexpr gid_t kAdmin = 80;  // one more group of Ann's
+  ASSERT_EQ(::chown(closed.c_str(), kBob.uid, kAdmin), 0);
+  fs::permissions(closed, fs::perms(0710));
+  EXPECT_EQ(device({"write", "--yes", hidden, "disk7"}).status, 0);
 }
 
-TEST_F(DeviceWrite, MountedDiskIsLeftAlone) {
+TEST_F(DeviceWrite, DiskThatIsMountedByAnyWayIsLeftAlone) {
   const AttachedDisk disk("disk7", 16 * kMiB, {"--volume", "/Volumes/Stick"});
   writeFile("/Volumes/Stick/kept", "kept");
   ::sync();
@@ -141,6 +155,23 @@ TEST_F(DeviceWrite, MountedDiskIsLeftAlone) {
   EXPECT_TRUE(disk.content() == old);
 
   EXPECT_EQ(run({"/usr/sbin/diskutil", "unmountDisk", "disk7"}).status, 0);
+
+  // The same volume through a loop device, which does not hold the disk.
+  {
+    const AttachedDisk loop("disk8", 15 * kMiB, {"--virtual", "--over", "/dev/disk7s1"});
+    const auto refusalMountedAt = [&](const char* folder) {
+      fs::create_directories(folder);
+      EXPECT_EQ(::mount("/dev/disk8", folder, "ext4", 0, nullptr), 0);
+      const Outcome outcome = device({"write", "--yes", image, "disk7"});
+      EXPECT_EQ(readFile(fs::path(folder) / "kept"), "kept");
+      EXPECT_TRUE(disk.content().substr(0, kMiB) == old.substr(0, kMiB)) << "what precedes the partition";
+      EXPECT_EQ(::umount(folder), 0);
+      return outcome.err;
+    };
+    EXPECT_THAT(refusalMountedAt("/Volumes/Loop"), EndsWith(kUnmountFirst));
+    EXPECT_EQ(refusalMountedAt("/opt"),
+              "molvanectl: disk7 backs the running system. Refused. (com.molvane.helper.policy, 10)\n");
+  }
   EXPECT_EQ(device({"write", "--yes", image, "disk7"}).status, 0);
 }
 

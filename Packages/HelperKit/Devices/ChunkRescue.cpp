@@ -1,6 +1,7 @@
 #include "HelperKit/Devices/ChunkRescue.hpp"
 
 #include <algorithm>
+#include <cerrno>
 
 namespace molvane {
 namespace {
@@ -17,10 +18,9 @@ class ChunkRescue {
               const std::function<bool()>& givenUp)
       : device_(device), chunk_(chunk), offset_(offset), blockSize_(blockSize), givenUp_(givenUp) {}
 
-  std::optional<std::int64_t> run() {
+  RescueResult run() {
     rescueParts(0, chunk_.size());
-    if (isGivenUp_) return std::nullopt;
-    return badBlocks_;
+    return {badBlocks_, error_};
   }
 
  private:
@@ -30,7 +30,7 @@ class ChunkRescue {
     const std::size_t part = blocks <= kFewBlocks ? blockSize_ : (blocks + kParts - 1) / kParts * blockSize_;
     std::int64_t badBefore = badBlocks_;
     bool isRestTried = false;
-    for (std::size_t position = begin; position < end && !isGivenUp_; position += part) {
+    for (std::size_t position = begin; position < end && error_ == 0; position += part) {
       const std::size_t partEnd = std::min(position + part, end);
       // Where all parts before were whole, the last one holds what is bad.
       rescue(position, partEnd, partEnd == end && badBlocks_ == badBefore);
@@ -44,7 +44,7 @@ class ChunkRescue {
 
   void rescue(std::size_t begin, std::size_t end, bool isKnownBad) {
     if (!isKnownBad || end - begin <= blockSize_) begin = readUpTo(begin, end);
-    if (begin == end || isGivenUp_) return;
+    if (begin == end || error_ != 0) return;
     if (end - begin > blockSize_) return rescueParts(begin, end);
     const std::span<std::byte> block = chunk_.subspan(begin, end - begin);
     std::fill(block.begin(), block.end(), std::byte{0});
@@ -54,10 +54,11 @@ class ChunkRescue {
   // Reads from `position` on, and returns where a request came to nothing, or `end`.
   std::size_t readUpTo(std::size_t position, std::size_t end) {
     while (position < end) {
-      isGivenUp_ = isGivenUp_ || givenUp_();
-      if (isGivenUp_) break;
+      if (error_ == 0 && givenUp_()) error_ = ECANCELED;
+      if (error_ != 0) break;
       const std::span<std::byte> bytes = chunk_.subspan(position, end - position);
       const IoResult read = device_.readAt(bytes, offset_ + static_cast<std::int64_t>(position));
+      if (read.isGone) error_ = read.error;
       if (read.error != 0 || read.count == 0) break;
       position += read.count;
     }
@@ -70,13 +71,13 @@ class ChunkRescue {
   const std::size_t blockSize_;
   const std::function<bool()>& givenUp_;
   std::int64_t badBlocks_ = 0;
-  bool isGivenUp_ = false;
+  int error_ = 0;  // as in RescueResult
 };
 
 }  // namespace
 
-std::optional<std::int64_t> rescueChunk(RawDevice& device, std::span<std::byte> chunk, std::int64_t offset,
-                                        std::size_t blockSize, const std::function<bool()>& givenUp) {
+RescueResult rescueChunk(RawDevice& device, std::span<std::byte> chunk, std::int64_t offset,
+                         std::size_t blockSize, const std::function<bool()>& givenUp) {
   return ChunkRescue(device, chunk, offset, blockSize, givenUp).run();
 }
 

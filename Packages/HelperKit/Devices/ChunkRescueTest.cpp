@@ -26,8 +26,10 @@ struct Rescued {
 Rescued rescue(FakeDisk& disk, std::size_t size, std::int64_t offset, std::size_t blockSize) {
   std::string bytes(size, 'x');
   FakeDisk::Device device(disk);
-  const auto bad = rescueChunk(device, std::as_writable_bytes(std::span(bytes)), offset, blockSize, kNever);
-  return {bytes, bad.value_or(-1)};
+  const RescueResult result =
+      rescueChunk(device, std::as_writable_bytes(std::span(bytes)), offset, blockSize, kNever);
+  EXPECT_EQ(result.error, 0);
+  return {bytes, result.badBlocks};
 }
 
 // What a rescue is to come to: every block asked for by itself.
@@ -91,15 +93,19 @@ TEST(ChunkRescue, GoesOnAfterAShortReadAndTakesTheEndForBad) {
   EXPECT_EQ(rescued, (Rescued{ending.content.substr(0, 4096) + std::string(4096, '\0'), 8}));
 }
 
-TEST(ChunkRescue, IsGivenUpBetweenTwoRequests) {
+TEST(ChunkRescue, EndsOnceItIsGivenUpOrTheDiskIsGone) {
   FakeDisk disk(kChunk);
   disk.badSectors.insert({0, 1, 2});
   std::string bytes(kChunk, 'x');
+  const std::span<std::byte> chunk = std::as_writable_bytes(std::span(bytes));
   FakeDisk::Device device(disk);
-  const auto result = rescueChunk(device, std::as_writable_bytes(std::span(bytes)), 0, 512,
-                                  [&disk] { return disk.reads == 3; });
-  EXPECT_FALSE(result.has_value());
+  const auto afterThree = [&disk] { return disk.reads == 3; };
+  EXPECT_EQ(rescueChunk(device, chunk, 0, 512, afterThree).error, ECANCELED);
   EXPECT_EQ(disk.reads, 3);
+
+  disk.onRequest = [&disk](FakeDisk::Request, std::int64_t) { disk.isGone = disk.reads == 6; };
+  EXPECT_EQ(rescueChunk(device, chunk, 0, 512, kNever).error, ENODEV);
+  EXPECT_EQ(disk.reads, 7);
 }
 
 }  // namespace

@@ -38,6 +38,10 @@ class DeviceFactsProviding {
   /// The whole disks that carry the running system; none when it lies on no disk. Throws std::system_error
   /// when the system does not say what it lies on.
   [[nodiscard]] virtual std::set<std::string> bootWholeDisks() const = 0;
+
+  /// The whole disks that the running system needs in a wider sense: those of bootWholeDisks, and all that
+  /// carry a mounted system folder, the medium of a live system, or swap. Throws as bootWholeDisks does.
+  [[nodiscard]] virtual std::set<std::string> systemWholeDisks() const = 0;
 };
 
 /// The host's own disks.

@@ -71,7 +71,8 @@ DeviceJobRunner::Planned DeviceJobRunner::plan(const DevicePolicy& policy, const
   const DeviceFacts facts = policy.validateSourceDevice(job.sourceBSD);
   const ImageWork work{.facts = facts,
                        .destination = policy.validateImageDestination(job.destinationPath),
-                       .ownerUID = job.ownerUID == 0 || job.ownerUID == kNoUser ? peerUID : job.ownerUID};
+                       .ownerUID = job.ownerUID == 0 || job.ownerUID == kNoUser ? peerUID : job.ownerUID,
+                       .peerUID = peerUID};
   return {facts.sizeBytes, [this, work](DeviceJob& running) { runImage(running, openDevice_, work); }};
 }
 

@@ -32,7 +32,7 @@ using Phase = DeviceJobStatus::Phase;
 
 constexpr std::size_t kChunk = ChunkBuffer::kChunkSize;
 constexpr std::int64_t kSize = 2 * kChunk;
-constexpr std::uint32_t kPeer = 501;
+const std::uint32_t kPeer = geteuid() == 0 ? 501 : geteuid();  // root alone can act for others
 
 class KnownDisks final : public DeviceFactsProviding {
  public:
@@ -46,6 +46,7 @@ class KnownDisks final : public DeviceFactsProviding {
   }
   std::set<std::string> wholeDisks(const std::string& name) const override { return {name}; }
   std::set<std::string> bootWholeDisks() const override { return {}; }
+  std::set<std::string> systemWholeDisks() const override { return {}; }
 };
 
 class DeviceJobRunnerTest : public ::testing::Test {
@@ -53,7 +54,9 @@ class DeviceJobRunnerTest : public ::testing::Test {
   DeviceJobRunnerTest() {
     std::ofstream(image_) << bytes_;
     if (geteuid() == 0) {
-      EXPECT_EQ(chown(image_.c_str(), kPeer, static_cast<gid_t>(-1)), 0);
+      for (const std::string& path : {folder_.path(), image_}) {
+        EXPECT_EQ(chown(path.c_str(), kPeer, static_cast<gid_t>(-1)), 0);
+      }
     }
   }
 

@@ -39,8 +39,10 @@ struct ImageWork {
   DeviceFacts facts;           ///< of the disk
   std::string destination;     ///< the file to create, as it was validated
   std::uint32_t ownerUID = 0;  ///< whom to give the file to
+  std::uint32_t peerUID = 0;   ///< who asked; must be able to create the file
 };
-/// Cancelled, the file is gone again; failed, what there is of it stays.
+/// Cancelled, the file is gone again. Failed, what there is of it stays; where the disk itself went away, the
+/// log says how many bytes of it are good.
 void runImage(DeviceJob& job, const RawDeviceOpener& openDevice, const ImageWork& work);
 
 /// What bounds the work with a tool.

@@ -3,12 +3,15 @@
 #include <algorithm>
 #include <array>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "Base/Ascii.hpp"
 #include "Base/PathText.hpp"
 #include "Platform/FileManager.hpp"
 #include "Platform/StandardPath.hpp"
+#include "Platform/StreamedFile.hpp"
+#include "Platform/UserRights.hpp"
 
 namespace molvane {
 namespace {
@@ -51,12 +54,6 @@ std::string standardized(const std::string& path, Case refusal) {
   return standardizingPath(path);
 }
 
-// What an overwritten disk must not be, beyond what a disk that is read must not be.
-void requireDisposable(const DeviceFacts& facts, const std::string& name) {
-  if (facts.isInternal) throw DevicePolicyError(Case::internalDisk, name);
-  if (facts.isVirtual) throw DevicePolicyError(Case::diskImage, name);
-}
-
 class FileSystem final : public DeviceFileAccess {
  public:
   [[nodiscard]] bool itemExists(const std::string& path) const override {
@@ -70,6 +67,14 @@ class FileSystem final : public DeviceFileAccess {
   }
   [[nodiscard]] std::optional<FileAttributes> targetAttributes(const std::string& path) const override {
     return FileManager::findTargetAttributes(path);
+  }
+  [[nodiscard]] bool isReadable(const std::string& path, std::uint32_t uid) const override {
+    try {
+      withRightsOf(uid, [&] { (void)openStreamedFile(path); });
+    } catch (const std::system_error&) {
+      return false;
+    }
+    return true;
   }
   [[nodiscard]] std::optional<MountedVolume> mountedVolume(const std::string& path) const override {
     return molvane::mountedVolume(path);
@@ -88,7 +93,9 @@ DeviceFacts DevicePolicy::validateSourceDevice(const std::string& bsdName) const
 
 DeviceFacts DevicePolicy::validateTargetDevice(const std::string& bsdName) const {
   DeviceFacts found = validateSourceDevice(bsdName);
-  requireDisposable(found, bsdName);
+  if (systemDisks.count(bsdName) != 0) throw DevicePolicyError(Case::bootDisk, bsdName);
+  if (found.isInternal) throw DevicePolicyError(Case::internalDisk, bsdName);
+  if (found.isVirtual) throw DevicePolicyError(Case::diskImage, bsdName);
   return found;
 }
 
@@ -110,8 +117,10 @@ DevicePolicy::ImageSource DevicePolicy::validateImageSource(const std::string& p
   }
   const std::optional<FileAttributes> image = fileManager->targetAttributes(standard);
   if (!image || image->type != FileType::regular) throw DevicePolicyError(Case::badSource, path);
-  // Not the group: the helper must not read for a person what they could not read as owner or as anyone.
-  if (image->owner != uid && (image->mode & kReadableByOthers) == 0) {
+  // Not the group: the helper must not read for a person what they could not read as owner or as anyone. And
+  // not by these bits alone: a folder on the way may be closed to them.
+  if ((image->owner != uid && (image->mode & kReadableByOthers) == 0) ||
+      !fileManager->isReadable(standard, uid)) {
     throw DevicePolicyError(Case::sourceNotReadable, standard);
   }
   if (deviceSize < image->size) throw DevicePolicyError(ImageSizes{image->size, deviceSize});
@@ -142,7 +151,7 @@ std::string DevicePolicy::validateTargetVolume(const std::string& path) const {
 
   const std::set<std::string> disks = facts->wholeDisks(lastPathComponent(volume->mountedFrom));
   if (disks.empty()) throw DevicePolicyError(Case::badTargetVolume, path);
-  for (const std::string& disk : disks) requireDisposable(validateSourceDevice(disk), disk);
+  for (const std::string& disk : disks) (void)validateTargetDevice(disk);
   return standard;
 }
 
@@ -163,7 +172,9 @@ std::shared_ptr<const DeviceFileAccess> makeDeviceFileAccess() { return std::mak
 DevicePolicy makeDevicePolicy() {
   std::shared_ptr<const DeviceFactsProviding> facts = makeDeviceFacts();
   std::set<std::string> bootDisks = facts->bootWholeDisks();
-  return {std::move(facts), std::move(bootDisks), makeDeviceFileAccess(), makeCodeSigning()};
+  std::set<std::string> systemDisks = facts->systemWholeDisks();
+  return {std::move(facts), std::move(bootDisks), makeDeviceFileAccess(), makeCodeSigning(),
+          std::move(systemDisks)};
 }
 
 }  // namespace molvane

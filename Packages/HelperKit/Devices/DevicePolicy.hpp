@@ -28,6 +28,9 @@ class DeviceFileAccess {
   [[nodiscard]] virtual bool isExecutableFile(const std::string& path) const = 0;
   /// The attributes of what is at the path, a link at its end followed.
   [[nodiscard]] virtual std::optional<FileAttributes> targetAttributes(const std::string& path) const = 0;
+  /// Whether that user may open the regular file at the path, links followed: with their own rights to it and
+  /// to every folder on the way.
+  [[nodiscard]] virtual bool isReadable(const std::string& path, std::uint32_t uid) const = 0;
   /// As mountedVolume of Platform/Mounts.hpp.
   [[nodiscard]] virtual std::optional<MountedVolume> mountedVolume(const std::string& path) const = 0;
 };
@@ -41,10 +44,11 @@ class DeviceFileAccess {
 /// Every operation throws DevicePolicyError and nothing else but std::bad_alloc, and changes nothing.
 ///
 /// An answer is about the moment of asking, and paths and names can mean something else by the time they are
-/// opened. So a job checks what it opened: that the image is still a regular file which its user may read and
-/// whose size is the one returned; that the image file to create is new (O_EXCL) and its folder was reached
-/// without leaving the allowed place; and that the device is a block device of the size in the facts, opened
-/// exclusively, so that a disk in use is refused whatever the policy said.
+/// opened. So a job checks what it opened: that the image is still a regular file, opened with its user's own
+/// rights, and whose size is the one returned; that the image file to create is new (O_EXCL), its folder was
+/// reached without leaving the allowed place and its user may write there; and that the device is a block
+/// device of the size in the facts, opened exclusively, so that a disk in use is refused whatever the policy
+/// said.
 struct DevicePolicy {
   struct ImageSource {
     std::string path;       ///< standardized
@@ -57,12 +61,14 @@ struct DevicePolicy {
   std::set<std::string> bootDisks;  ///< the whole disks that carry the running system
   std::shared_ptr<const DeviceFileAccess> fileManager;
   std::shared_ptr<CodeSigning> codeSigning;
+  std::set<std::string> systemDisks = {};  ///< further whole disks that must not be overwritten: the
+                                           ///< running system needs them
 
   /// The facts about a whole disk that may be read. Throws unknownDevice, notWholeDisk, bootDisk.
   [[nodiscard]] DeviceFacts validateSourceDevice(const std::string& bsdName) const;
 
-  /// The facts about a whole disk that may be overwritten. Throws as validateSourceDevice does, and
-  /// internalDisk, diskImage.
+  /// The facts about a whole disk that may be overwritten. Throws as validateSourceDevice does, bootDisk also
+  /// for one of systemDisks, and internalDisk, diskImage.
   [[nodiscard]] DeviceFacts validateTargetDevice(const std::string& bsdName) const;
 
   /// The standardized path of an image file that may be created. Throws badDestination, destinationExists.

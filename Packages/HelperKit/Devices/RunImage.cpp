@@ -9,12 +9,14 @@
 #include <utility>
 
 #include "Base/NSError.hpp"
+#include "Base/PathText.hpp"
 #include "HelperKit/Devices/ChunkRescue.hpp"
 #include "HelperKit/Devices/ChunkStream.hpp"
 #include "HelperKit/Devices/DeviceJobWork.hpp"
 #include "HelperKit/Devices/DevicePolicy.hpp"
 #include "Platform/DirectoryHandle.hpp"
 #include "Platform/StreamedFile.hpp"
+#include "Platform/UserRights.hpp"
 
 namespace molvane {
 namespace {
@@ -39,11 +41,14 @@ int errnoOf(WalkErrorCase which) {
 // The image file and the folder that holds it.
 class NewImage {
  public:
-  // Throws std::system_error.
-  explicit NewImage(const std::string& path) : item_(hold(path)) {
-    constexpr int kCreate = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-    file_ = FileDescriptor(::openat(item_.folder.get(), item_.name.c_str(), kCreate, 0644));
-    if (!file_) throwErrno("create " + path);
+  // Throws std::system_error, EACCES for a folder that the person may not write to or not even reach.
+  NewImage(const std::string& path, std::uint32_t person) : item_(hold(path)) {
+    withRightsOf(person, [&] {
+      requireReachable(deletingLastPathComponent(path));
+      constexpr int kCreate = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+      file_ = FileDescriptor(::openat(item_.folder.get(), item_.name.c_str(), kCreate, 0644));
+      if (!file_) throwErrno("create " + path);
+    });
   }
 
   // Best effort, as on a volume without owners.
@@ -93,6 +98,18 @@ class NewImage {
     }
   }
 
+  // The folder that is held must be the one to which the path leads the calling thread.
+  void requireReachable(const std::string& folder) const {
+    struct stat held {};
+    struct stat reached {};
+    if (::fstat(item_.folder.get(), &held) != 0 || ::stat((folder + "/.").c_str(), &reached) != 0) {
+      throwErrno("reach " + folder);
+    }
+    if (held.st_dev != reached.st_dev || held.st_ino != reached.st_ino) {
+      throw std::system_error(EACCES, std::generic_category(), folder);
+    }
+  }
+
   HeldItem item_;
   FileDescriptor file_;
   std::int64_t size_ = 0;
@@ -118,11 +135,12 @@ class DiskReader {
         static_cast<std::size_t>(std::min(total_ - offset_, static_cast<std::int64_t>(chunkSize_)));
     const std::span<std::byte> bytes = chunk.first(wanted);
     IoResult read = device_.readAt(bytes, offset_);
+    if (read.isGone) return {.error = read.error};
     if (read.error != 0) {
-      const auto bad =
+      const RescueResult rescue =
           rescueChunk(device_, bytes, offset_, blockSize_, [this] { return isOver_ || job_.isToStop(); });
-      if (!bad) return {.error = ECANCELED, .badBlocks = badBlocks_};
-      badBlocks_ += *bad;
+      if (rescue.error != 0) return {.error = rescue.error};
+      badBlocks_ += rescue.badBlocks;
       read.count = wanted;
     }
     offset_ += static_cast<std::int64_t>(read.count);
@@ -140,43 +158,79 @@ class DiskReader {
   std::int64_t badBlocks_ = 0;
 };
 
-JobEnd copyDisk(DeviceJob& job, RawDevice& device, const DeviceFacts& facts, NewImage& image) {
-  const auto cancelled = [&] {
-    image.remove();
-    return JobEnd::cancelled();
-  };
-  std::atomic<bool> isOver = false;
-  const auto writeFailed = [&](int error) {
-    isOver = true;
-    return JobEnd::failed("Write failed: " + reasonText(error));
-  };
+std::string zeroFilled(std::int64_t badBlocks) {
+  return std::to_string(badBlocks) + " unreadable block(s) zero-filled.\n";
+}
 
-  const ChunkBuffer buffer;
-  Sha256 hasher;
-  ChunkStream disk(buffer, DiskReader(job, device, facts, isOver), &hasher);
-  std::int64_t offset = 0;
-  std::int64_t badBlocks = 0;
-  while (offset < facts.sizeBytes) {
-    if (job.isToStop()) return cancelled();
-    const ChunkStream::Chunk chunk = disk.next();
-    if (chunk.error != 0) return cancelled();
-    if (chunk.count == 0) break;
-    if (const int error = image.append(chunk.memory.first(chunk.count))) return writeFailed(error);
-    offset += static_cast<std::int64_t>(chunk.count);
-    badBlocks = chunk.badBlocks;
-    job.update([=](DeviceJobStatus& status) {
-      status.bytesDone = offset;
-      status.badBlocks = badBlocks;
+class ImageRun {
+ public:
+  ImageRun(DeviceJob& job, RawDevice& device, const DeviceFacts& facts, NewImage& image)
+      : job_(job), device_(device), facts_(facts), image_(image) {}
+
+  JobEnd run() {
+    Sha256 hasher;
+    ChunkStream disk(buffer_, DiskReader(job_, device_, facts_, isOver_), &hasher);
+    while (done_ < facts_.sizeBytes) {
+      if (job_.isToStop()) return cancelled();
+      const ChunkStream::Chunk chunk = disk.next();
+      if (chunk.error != 0) return chunk.error == ECANCELED ? cancelled() : diskGone(chunk.error);
+      if (chunk.count == 0) break;
+      if (const int error = image_.append(chunk.memory.first(chunk.count))) return writeFailed(error);
+      count(chunk);
+    }
+    disk.finish();
+    const std::string digest = hexText(hasher.finish());
+    if (const int error = image_.sync()) return writeFailed(error);
+    if (const int reason = whyGone()) return diskGone(reason);
+    return {Phase::finished, "Done. SHA-256 " + digest + "\n" + zeroFilled(badBlocks_), digest};
+  }
+
+ private:
+  void count(const ChunkRead& chunk) {
+    done_ += static_cast<std::int64_t>(chunk.count);
+    badBlocks_ = chunk.badBlocks;
+    job_.update([this](DeviceJobStatus& status) {
+      status.bytesDone = done_;
+      status.badBlocks = badBlocks_;
     });
   }
-  disk.finish();
-  const std::string digest = hexText(hasher.finish());
-  if (const int error = image.sync()) return writeFailed(error);
-  return {
-      Phase::finished,
-      "Done. SHA-256 " + digest + "\n" + std::to_string(badBlocks) + " unreadable block(s) zero-filled.\n",
-      digest};
-}
+
+  // Reads begin to fail a moment before the system knows that the disk is gone, so that bad blocks at the end
+  // may have been its going. 0 while it is there.
+  int whyGone() {
+    if (badBlocks_ == 0) return 0;
+    const IoResult read = device_.readAt(buffer_.chunk(0).first(blockSizeOf(facts_)), 0);
+    return read.isGone ? read.error : 0;
+  }
+
+  JobEnd cancelled() {
+    image_.remove();
+    return JobEnd::cancelled();
+  }
+
+  JobEnd writeFailed(int error) {
+    isOver_ = true;
+    return JobEnd::failed("Write failed: " + reasonText(error));
+  }
+
+  JobEnd diskGone(int reason) {
+    if (const int error = image_.sync()) return writeFailed(error);
+    job_.update([this](DeviceJobStatus& status) {
+      status.log += "The image is incomplete: its first " + std::to_string(done_) + " bytes are good, " +
+                    zeroFilled(badBlocks_);
+    });
+    return JobEnd::failed("Read failed: " + reasonText(reason));
+  }
+
+  DeviceJob& job_;
+  RawDevice& device_;
+  const DeviceFacts& facts_;
+  NewImage& image_;
+  const ChunkBuffer buffer_;
+  std::atomic<bool> isOver_ = false;  // the image takes no more
+  std::int64_t done_ = 0;             // bytes
+  std::int64_t badBlocks_ = 0;
+};
 
 JobEnd imageDisk(DeviceJob& job, const RawDeviceOpener& openDevice, const ImageWork& work) {
   std::unique_ptr<RawDevice> device;
@@ -187,12 +241,12 @@ JobEnd imageDisk(DeviceJob& job, const RawDeviceOpener& openDevice, const ImageW
   }
   std::optional<NewImage> image;
   try {
-    image.emplace(work.destination);
+    image.emplace(work.destination, work.peerUID);
   } catch (const std::system_error& error) {
     return JobEnd::failed("Cannot create " + work.destination + ": " + reasonText(error.code().value()));
   }
   image->giveTo(work.ownerUID);
-  return copyDisk(job, *device, work.facts, *image);
+  return ImageRun(job, *device, work.facts, *image).run();
 }
 
 }  // namespace

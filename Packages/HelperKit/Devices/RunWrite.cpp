@@ -12,6 +12,7 @@
 #include "HelperKit/Devices/DeviceJobWork.hpp"
 #include "Platform/SecureRandom.hpp"
 #include "Platform/StreamedFile.hpp"
+#include "Platform/UserRights.hpp"
 
 namespace molvane {
 namespace {
@@ -20,9 +21,12 @@ using Phase = DeviceJobStatus::Phase;
 
 constexpr const char* kCancelledLine = "Cancelled — the device is now partially written.\n";
 
-// The person may have put another file in the place of the one that was validated; what is open decides.
+// The person may have put another file in the place of the one that was validated; what is open decides. It
+// is opened with the person's rights, since folders on the way may be closed to them; its own bits are looked
+// at besides, since the right to read it must not come from a group.
 FileDescriptor openImage(const WriteWork& work) {
-  FileDescriptor image = openStreamedFile(work.source);
+  FileDescriptor image;
+  withRightsOf(work.peerUID, [&] { image = openStreamedFile(work.source); });
   struct stat status {};
   if (::fstat(image.get(), &status) != 0) throwErrno("fstat " + work.source);
   if (status.st_uid != work.peerUID && (status.st_mode & S_IROTH) == 0) {

@@ -8,6 +8,7 @@
 #include <map>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include "Base/Mutex.hpp"
 #include "Base/NSError.hpp"
@@ -15,26 +16,32 @@
 #include "Platform/Log.hpp"
 #include "Platform/ProcessDirectories.hpp"
 #include "Platform/RawDevice.hpp"
+#include "Platform/linux/LoopDevices.hpp"
 
 namespace molvane {
-namespace {
 
+// Of two jobs on one disk that begin and end at once neither may take the other for a stranger, so the mutex
+// is held while the disk is opened and given back.
 struct ClaimedDisk {
-  FileDescriptor node;
-  std::string marker;  // path; empty when there is none
-  int claims = 0;
+  Mutex mutex;
+  FileDescriptor node MOLVANE_GUARDED_BY(mutex);
+  std::vector<FileDescriptor> loops MOLVANE_GUARDED_BY(mutex);
+  std::string marker MOLVANE_GUARDED_BY(mutex);  // path; empty when there is none
+  int claims MOLVANE_GUARDED_BY(mutex) = 0;
 };
 
+namespace {
+
+// All that were ever claimed: no more than there are device numbers.
 struct ClaimedDisks {
-  // Held while a disk is opened and given back, and that alone: of two jobs that begin and end at once
-  // neither may take the other for a stranger.
   Mutex mutex;
   std::map<dev_t, ClaimedDisk> byNumber MOLVANE_GUARDED_BY(mutex);
 };
 
-ClaimedDisks& claimedDisks() {
+ClaimedDisk& claimedDisk(dev_t number) {
   static ClaimedDisks all;
-  return all;
+  const MutexLock lock(all.mutex);
+  return all.byNumber[number];
 }
 
 std::string markerFolder() { return runtimeDirectory() + "/writing"; }
@@ -52,25 +59,26 @@ std::string placeMarker(const std::string& diskName) {
 
 }  // namespace
 
-DiskClaim::DiskClaim(const std::string& path, dev_t number, const std::string& diskName) : number_(number) {
-  ClaimedDisks& all = claimedDisks();
-  const MutexLock lock(all.mutex);
-  if (const auto known = all.byNumber.find(number); known != all.byNumber.end()) {
-    ++known->second.claims;
-    return;
+DiskClaim::DiskClaim(const std::string& path, dev_t number, const std::string& diskName)
+    : disk_(claimedDisk(number)) {
+  const MutexLock lock(disk_.mutex);
+  if (disk_.claims == 0) {
+    FileDescriptor node(::open(path.c_str(), O_RDONLY | O_EXCL | O_CLOEXEC | O_NONBLOCK));
+    if (!node) throwErrno("claim " + path);
+    std::vector<FileDescriptor> loops = claimLoopDevicesOver(number);
+    disk_.marker = placeMarker(diskName);
+    disk_.node = std::move(node);
+    disk_.loops = std::move(loops);
   }
-  FileDescriptor node(::open(path.c_str(), O_RDONLY | O_EXCL | O_CLOEXEC | O_NONBLOCK));
-  if (!node) throwErrno("claim " + path);
-  all.byNumber.emplace(number, ClaimedDisk{std::move(node), placeMarker(diskName), 1});
+  ++disk_.claims;
 }
 
 DiskClaim::~DiskClaim() {
-  ClaimedDisks& all = claimedDisks();
-  const MutexLock lock(all.mutex);
-  const auto known = all.byNumber.find(number_);
-  if (--known->second.claims > 0) return;
-  if (!known->second.marker.empty()) ::unlink(known->second.marker.c_str());
-  all.byNumber.erase(known);
+  const MutexLock lock(disk_.mutex);
+  if (--disk_.claims > 0) return;
+  if (!disk_.marker.empty()) ::unlink(disk_.marker.c_str());
+  disk_.node = FileDescriptor();
+  disk_.loops.clear();
 }
 
 void forgetDisksOfEarlierHelper() {

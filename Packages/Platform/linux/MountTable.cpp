@@ -1,6 +1,7 @@
 #include "Platform/linux/MountTable.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstddef>
@@ -49,6 +50,20 @@ std::string unescaped(std::string_view text) {
   return plain;
 }
 
+// Each is a folder or a list of them.
+std::vector<std::string> layersIn(std::string_view options) {
+  constexpr std::array<std::string_view, 4> kLayers = {"lowerdir", "lowerdir+", "datadir+", "upperdir"};
+  std::vector<std::string> layers;
+  for (const std::string_view option : split(options, ',')) {
+    const std::size_t end = std::min(option.find('='), option.size());
+    if (std::find(kLayers.begin(), kLayers.end(), option.substr(0, end)) == kLayers.end()) continue;
+    for (const std::string_view layer : split(option.substr(std::min(end + 1, option.size())), ':')) {
+      if (layer.substr(0, 1) == "/") layers.push_back(unescaped(layer));
+    }
+  }
+  return layers;
+}
+
 // identifier parent major:minor root mount-point options [optional fields] - type source options
 std::optional<Mount> parseLine(std::string_view line) {
   constexpr std::size_t kIdentifier = 0, kDevice = 2, kMountPoint = 4, kFirstOptional = 6;
@@ -67,6 +82,7 @@ std::optional<Mount> parseLine(std::string_view line) {
   mount.mountPoint = unescaped(fields[kMountPoint]);
   mount.type = unescaped(dash[1]);
   mount.source = unescaped(dash[2]);
+  if (mount.type == "overlay" && fields.end() - dash > 3) mount.layers = layersIn(dash[3]);
   return mount;
 }
 
@@ -78,6 +94,16 @@ std::vector<Mount> parseMountTable(std::string_view text) {
     if (std::optional<Mount> mount = parseLine(line)) mounts.push_back(*std::move(mount));
   }
   return mounts;
+}
+
+std::vector<std::string> readSwapTable(const std::string& path) {
+  const std::optional<std::string> text = readSmallFile(path, kMaxTableSize);
+  std::vector<std::string> paths;
+  for (const std::string_view line : split(text ? *text : std::string_view(), '\n')) {
+    // The line of headings does not begin with a path.
+    if (line.substr(0, 1) == "/") paths.push_back(unescaped(line.substr(0, line.find_first_of(" \t"))));
+  }
+  return paths;
 }
 
 std::vector<Mount> readMountTable(const std::string& path) {

@@ -44,19 +44,36 @@ IoResult result(ssize_t count) {
   return count < 0 ? IoResult{0, errno} : IoResult{static_cast<std::size_t>(count), 0};
 }
 
+bool saysGone(int error) { return error == ENODEV || error == ENXIO || error == ENOMEDIUM; }
+
+// Names and nodes are not kept by the same hands: a node that was left behind may lead to another disk. And a
+// disk that is pulled out takes its name with it.
+bool hasName(dev_t number, const std::string& diskName) {
+  constexpr std::size_t kPage = 4096;  // what the kernel says the file may hold
+  if (diskName.empty()) return true;
+  const std::string expected = std::to_string(major(number)) + ":" + std::to_string(minor(number)) + "\n";
+  return readSmallFile("/sys/class/block/" + diskName + "/dev", kPage) == expected;
+}
+
 class LinuxRawDevice final : public RawDevice {
  public:
-  LinuxRawDevice(FileDescriptor device, std::size_t blockSize, bool isCached,
-                 std::unique_ptr<DiskClaim> claim)
-      : device_(std::move(device)),
+  LinuxRawDevice(const RawDeviceRequest& request, dev_t number, FileDescriptor device, std::size_t blockSize,
+                 bool isCached, std::unique_ptr<DiskClaim> claim)
+      : diskName_(request.diskName),
+        size_(static_cast<std::uint64_t>(request.sizeBytes)),
+        number_(number),
+        device_(std::move(device)),
         blockSize_(blockSize),
         isCached_(isCached),
         oneBlock_(blockSize),
         claim_(std::move(claim)) {}
 
   IoResult readAt(std::span<std::byte> bytes, std::int64_t offset) override {
-    if (!isAligned(bytes, offset)) return readWithinBlock(bytes, offset);
-    return plainRead(bytes, offset);
+    const IoResult read =
+        isAligned(bytes, offset) ? plainRead(bytes, offset) : readWithinBlock(bytes, offset);
+    if (read.count > 0 || bytes.empty()) return read;
+    const int absence = saysGone(read.error) ? read.error : whyGone();
+    return absence == 0 ? read : IoResult{0, absence, true};
   }
 
   IoResult writeAt(std::span<const std::byte> bytes, std::int64_t offset) override {
@@ -75,6 +92,19 @@ class LinuxRawDevice final : public RawDevice {
   }
 
  private:
+  // 0 while the disk is there. Its size becomes 0 when it or its medium is taken away.
+  [[nodiscard]] int whyGone() const {
+    try {
+      if (!hasName(number_, diskName_)) return ENODEV;
+    } catch (const std::system_error& error) {
+      // No memory or no descriptor to look with: then the device's own answer stands.
+      if (saysGone(error.code().value())) return error.code().value();
+    }
+    std::uint64_t size = 0;
+    if (::ioctl(device_.get(), BLKGETSIZE64, &size) != 0) return saysGone(errno) ? errno : 0;
+    return size == size_ ? 0 : ENOMEDIUM;
+  }
+
   [[nodiscard]] bool isAligned(std::span<const std::byte> bytes, std::int64_t offset) const {
     return bytes.size() % blockSize_ == 0 && static_cast<std::uint64_t>(offset) % blockSize_ == 0 &&
            reinterpret_cast<std::uintptr_t>(bytes.data()) % blockSize_ == 0;
@@ -100,6 +130,9 @@ class LinuxRawDevice final : public RawDevice {
     return {count, 0};
   }
 
+  const std::string diskName_;
+  const std::uint64_t size_;
+  const dev_t number_;
   const FileDescriptor device_;
   const std::size_t blockSize_;
   const bool isCached_;
@@ -136,15 +169,6 @@ dev_t diskNumber(const FileDescriptor& node, const std::string& path) {
   return status.st_rdev;
 }
 
-// Names and nodes are not kept by the same hands: a node that was left behind may lead to another disk.
-void requireName(dev_t number, const RawDeviceRequest& request) {
-  constexpr std::size_t kPage = 4096;  // what the kernel says the file may hold
-  if (request.diskName.empty()) return;
-  const std::string file = "/sys/class/block/" + request.diskName + "/dev";
-  const std::string expected = std::to_string(major(number)) + ":" + std::to_string(minor(number)) + "\n";
-  if (readSmallFile(file, kPage) != expected) refuse(ENODEV, request.path);
-}
-
 }  // namespace
 
 std::unique_ptr<RawDevice> openRawDevice(const RawDeviceRequest& request) {
@@ -160,7 +184,7 @@ std::unique_ptr<RawDevice> openRawDevice(const RawDeviceRequest& request) {
   }
   OpenedNode node = openNode(path, openFlags(request.access));
   if (diskNumber(node.descriptor, path) != status.st_rdev) refuse(ENODEV, path);
-  requireName(status.st_rdev, request);
+  if (!hasName(status.st_rdev, request.diskName)) refuse(ENODEV, path);
 
   std::uint64_t size = 0;
   int blockSize = 0;
@@ -168,8 +192,9 @@ std::unique_ptr<RawDevice> openRawDevice(const RawDeviceRequest& request) {
   if (::ioctl(node.descriptor.get(), BLKSSZGET, &blockSize) != 0) throwErrno("block size of " + path);
   if (size != static_cast<std::uint64_t>(request.sizeBytes)) refuse(ENODEV, path);
   if (blockSize <= 0 || static_cast<std::size_t>(blockSize) > kLargestBlock) refuse(EINVAL, path);
-  return std::make_unique<LinuxRawDevice>(std::move(node.descriptor), static_cast<std::size_t>(blockSize),
-                                          node.isCached, std::move(claim));
+  return std::make_unique<LinuxRawDevice>(request, status.st_rdev, std::move(node.descriptor),
+                                          static_cast<std::size_t>(blockSize), node.isCached,
+                                          std::move(claim));
 }
 
 }  // namespace molvane

@@ -2,6 +2,8 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/loop.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -117,6 +119,12 @@ TEST_F(RawDeviceTest, ReadsBackFromTheDeviceItselfAlignedOrNot) {
   EXPECT_EQ(std::memcmp(odd.data(), bytes.data() + 700, 3000), 0);
   EXPECT_EQ(device->readAt(again.bytes(), kSize), (IoResult{0, 0}));
   EXPECT_EQ(device->readAt(again.bytes(), kSize - 512), (IoResult{512, 0}));
+
+  // Its medium is taken out: the system itself would report no more than the end.
+  fs::resize_file(file_, 0);
+  const FileDescriptor drive(::open(loop_->path().c_str(), O_RDONLY | O_CLOEXEC));
+  ASSERT_EQ(::ioctl(drive.get(), LOOP_SET_CAPACITY, 0), 0);
+  EXPECT_EQ(device->readAt(again.bytes(), 0), (IoResult{0, ENOMEDIUM, true}));
 }
 
 TEST_F(RawDeviceTest, OpensOnlyTheDiskThatWasMeant) {
@@ -154,9 +162,20 @@ TEST_F(RawDeviceTest, IsNotWrittenWhileAVolumeOfItIsMounted) {
   EXPECT_EQ(refusal(request(Access::read)), 0);
   ASSERT_EQ(umount(volume.c_str()), 0);
 
+  // The same through a loop device over the disk, and one over that.
+  const testing::LoopDevice over(loop_->path());
+  const testing::LoopDevice onTop(over.path());
+  for (const std::string& way : {over.path(), onTop.path()}) {
+    ASSERT_EQ(mount(way.c_str(), volume.c_str(), "ext4", 0, nullptr), 0);
+    EXPECT_EQ(refusal(request(Access::write)), EBUSY);
+    ASSERT_EQ(umount(volume.c_str()), 0);
+  }
+
   const std::unique_ptr<RawDevice> device = open(Access::write);
-  EXPECT_NE(mount(loop_->path().c_str(), volume.c_str(), "ext4", 0, nullptr), 0);
-  EXPECT_EQ(errno, EBUSY);
+  for (const std::string& way : {loop_->path(), over.path(), onTop.path()}) {
+    EXPECT_NE(mount(way.c_str(), volume.c_str(), "ext4", 0, nullptr), 0);
+    EXPECT_EQ(errno, EBUSY) << way;
+  }
 }
 
 TEST_F(RawDeviceTest, ClaimsAndMarksTheDiskUntilTheLastWriterHasGone) {

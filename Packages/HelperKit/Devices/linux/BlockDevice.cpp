@@ -101,6 +101,10 @@ std::optional<std::vector<std::string>> BlockDevice::slaves() const {
   return SysfsText::namesIn(folder_ + "/slaves");
 }
 
+std::string BlockDevice::backingFile() const {
+  return SysfsText::read(folder_ + "/loop/backing_file").value_or("");
+}
+
 std::string BlockDevice::number() const { return SysfsText::read(folder_ + "/dev").value_or(""); }
 
 std::string BlockDevice::mapperName() const { return SysfsText::read(folder_ + "/dm/name").value_or(""); }

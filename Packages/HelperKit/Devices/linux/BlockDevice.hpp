@@ -28,6 +28,8 @@ class BlockDevice {
   [[nodiscard]] std::string parentName() const;
   /// The names of the devices that this one is stacked on; nothing when that cannot be told.
   [[nodiscard]] std::optional<std::vector<std::string>> slaves() const;
+  /// Of a loop device: the path of the file or device that it shows; empty for others.
+  [[nodiscard]] std::string backingFile() const;
   /// "MAJOR:MINOR"
   [[nodiscard]] std::string number() const;
   /// The name that the device-mapper gives it; empty for others.

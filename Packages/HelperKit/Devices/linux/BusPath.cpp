@@ -2,10 +2,14 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <filesystem>
 #include <optional>
+#include <set>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
+#include "Base/PathText.hpp"
 #include "HelperKit/Devices/linux/SysfsText.hpp"
 
 namespace molvane::BusPath {
@@ -50,23 +54,59 @@ bool isCard(const std::string& mmcDevice) {
   return hasPrefix(SysfsText::read(mmcDevice + "/type").value_or(""), "SD");
 }
 
-// Whether anything but the machine itself is on a Thunderbolt or USB4 bus: "0-0" is the machine, "0-1" is
-// not, "0-0:1.1" and "0-1.1" are parts of one.
-bool hasThunderboltDevice(const std::string& sysfs) {
-  const auto names = SysfsText::namesIn(sysfs + "/bus/thunderbolt/devices");
-  return names && std::any_of(names->begin(), names->end(), [](const std::string& name) {
-           const std::size_t dash = name.find('-');
-           return dash != std::string::npos && name.find_first_of(".:") == std::string::npos &&
-                  name.substr(dash) != "-0";
-         });
+// On a Thunderbolt or USB4 bus "0-0" is the machine, "0-1" is plugged in, "0-0:1.1" and "0-1.1" are parts of
+// one.
+bool isPluggedIn(const std::string& name) {
+  const std::size_t dash = name.find('-');
+  return dash != std::string::npos && name.find_first_of(".:") == std::string::npos &&
+         name.substr(dash) != "-0";
 }
 
-// The firmware says which PCI ports lead out of the case, and the kernel marks what lies behind them. Some
-// firmware says it of slots inside as well, so that the mark alone proves nothing: there has to be a bus to
-// lead out of the case, and the first thing behind the port is a bridge, where a slot has the disk itself.
-bool isThunderboltBridge(const std::string& sysfs, const std::string& function) {
-  return SysfsText::read(function + "/removable") == "removable" && hasThunderboltDevice(sysfs);
+// The folders of the PCI functions that are Thunderbolt hosts and have something plugged in.
+std::set<std::string> thunderboltHosts(const std::string& sysfs) {
+  const std::string bus = sysfs + "/bus/thunderbolt/devices";
+  std::set<std::string> hosts;
+  for (const std::string& name : SysfsText::namesIn(bus).value_or(std::vector<std::string>())) {
+    std::error_code error;
+    const std::string place = std::filesystem::canonical(bus + "/" + name, error).string();
+    const std::size_t end = place.find("/domain");
+    if (!error && end != std::string::npos && isPluggedIn(name)) hosts.insert(place.substr(0, end));
+  }
+  return hosts;
 }
+
+// The host of a controller chip stands two levels below the bridge by which the chip begins, and the
+// devices that are plugged in stand below the same bridge. A host in the processor has no bridge in common
+// with its ports: the kernel records that each port is supplied by it.
+bool leadsToHost(const std::string& function, const std::string& host) {
+  const std::string name = lastPathComponent(host);
+  const auto hasLink = [&](const std::string& link) {
+    std::error_code error;
+    return std::filesystem::is_symlink(function + "/" + link, error);
+  };
+  const std::string chip = deletingLastPathComponent(deletingLastPathComponent(host));
+  return function == chip || hasLink("supplier:pci:" + name) || hasLink("supplier:" + name);
+}
+
+// The way through Thunderbolt, from the top down. The firmware says which PCI ports lead out of the case, and
+// the kernel marks the bridges behind them. Some firmware says it of slots inside as well, so that the mark
+// alone proves nothing: the port or the bridge must belong to a host that has something plugged in.
+class ThunderboltWay {
+ public:
+  explicit ThunderboltWay(const std::string& sysfs) : hosts_(thunderboltHosts(sysfs)) {}
+
+  // Whether the bridge, which is the next on the way, shows that the way leads out.
+  bool leadsOutAt(const std::string& bridge) {
+    belongsToHost_ =
+        belongsToHost_ || std::any_of(hosts_.begin(), hosts_.end(),
+                                      [&](const std::string& host) { return leadsToHost(bridge, host); });
+    return belongsToHost_ && SysfsText::read(bridge + "/removable") == "removable";
+  }
+
+ private:
+  const std::set<std::string> hosts_;
+  bool belongsToHost_ = false;
+};
 
 }  // namespace
 
@@ -78,6 +118,7 @@ bool isVirtual(const std::string& sysfs, const std::string& folder) {
 bool isExternal(const std::string& sysfs, const std::string& folder) {
   const std::vector<std::string_view> components = componentsOf(folder, sysfs + "/devices");
   std::string place = sysfs + "/devices";
+  ThunderboltWay thunderbolt(sysfs);
   for (std::size_t index = 0; index < components.size(); ++index) {
     const std::string_view component = components[index];
     place.append("/").append(component);
@@ -88,7 +129,7 @@ bool isExternal(const std::string& sysfs, const std::string& folder) {
     if (isBelowMmcHost && isCard(place)) return true;
     if (!isPciFunction(component)) continue;
     const bool isBridge = index + 1 < components.size() && isPciFunction(components[index + 1]);
-    if (isBridge ? isThunderboltBridge(sysfs, place) : isCardReader(place)) return true;
+    if (isBridge ? thunderbolt.leadsOutAt(place) : isCardReader(place)) return true;
   }
   return false;
 }

@@ -1,8 +1,5 @@
 #include "HelperKit/Devices/linux/SysfsDeviceFacts.hpp"
 
-#include <sys/stat.h>
-#include <sys/sysmacros.h>
-
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -12,14 +9,15 @@
 
 #include "Base/PathText.hpp"
 #include "HelperKit/Devices/linux/BlockDevice.hpp"
+#include "HelperKit/Devices/linux/MountedDevices.hpp"
 #include "HelperKit/Devices/linux/SysfsText.hpp"
 #include "Platform/linux/MountTable.hpp"
 
 namespace molvane {
 namespace {
 
-constexpr std::array<std::string_view, 6> kSystemPaths = {"/",    "/boot", "/boot/efi",
-                                                          "/efi", "/usr",  "/System/Volumes/Data"};
+constexpr std::array<std::string_view, 6> kBootPaths = {"/",    "/boot", "/boot/efi",
+                                                        "/efi", "/usr",  "/System/Volumes/Data"};
 
 // The other devices of the mounted btrfs that this one is a part of.
 std::vector<std::string> btrfsPeers(const std::string& sysfs, const std::string& name) {
@@ -37,12 +35,14 @@ struct Bottom {
   bool isAll = true;  // nothing on the way down was missing
 };
 
-Bottom bottomOf(const std::string& sysfs, const std::string& name) {
+// `shownBy` gives the devices that a device shows without being stacked on them, as a loop
+// device does.
+template <typename ShownBy>
+Bottom bottomOf(const std::string& sysfs, std::set<std::string> seen, ShownBy shownBy) {
   constexpr std::size_t kMostDevices = 4096;
   Bottom bottom;
-  std::deque<std::string> next = {name};
-  std::set<std::string> seen = {name};
-  const auto descend = [&](const std::vector<std::string>& names) {
+  std::deque<std::string> next(seen.begin(), seen.end());
+  const auto descend = [&](const auto& names) {
     for (const std::string& below : names) {
       if (seen.insert(below).second) next.push_back(below);
     }
@@ -57,69 +57,19 @@ Bottom bottomOf(const std::string& sysfs, const std::string& name) {
     }
     descend(btrfsPeers(sysfs, next.front()));
     if (device->isPartition()) {
-      descend({device->parentName()});
+      descend(std::set{device->parentName()});
     } else if (!slaves->empty()) {
       descend(*slaves);
     } else {
       bottom.disks.insert(next.front());
+      descend(shownBy(*device));
     }
   }
   return bottom;
 }
 
-template <typename Test>
-std::vector<std::string> devicesWhere(const std::string& sysfs, Test test) {
-  std::vector<std::string> found;
-  for (const std::string& name : BlockDevice::allNames(sysfs)) {
-    const std::optional<BlockDevice> device = BlockDevice::find(sysfs, name);
-    if (device && test(*device)) found.push_back(name);
-  }
-  return found;
-}
-
-std::string numberText(std::uint64_t major, std::uint64_t minor) {
-  return std::to_string(major) + ":" + std::to_string(minor);
-}
-
-std::vector<std::string> devicesOfNumber(const std::string& sysfs, const std::string& number) {
-  return devicesWhere(sysfs, [&](const BlockDevice& device) { return device.number() == number; });
-}
-
-// By the device that the path names now, or else by the names that the kernel itself uses.
-std::vector<std::string> devicesOfPath(const std::string& sysfs, const std::string& path) {
-  struct stat status {};
-  if (stat(path.c_str(), &status) == 0 && S_ISBLK(status.st_mode)) {
-    return devicesOfNumber(sysfs, numberText(major(status.st_rdev), minor(status.st_rdev)));
-  }
-  const std::string name = lastPathComponent(path);
-  if (BlockDevice::find(sysfs, name)) return {name};
-  return devicesWhere(sysfs, [&](const BlockDevice& device) { return device.mapperName() == name; });
-}
-
-// "/dev/sda1", or "/dev/sda1:/dev/sdb1" for a file system on several. Texts that are no paths name no device.
-std::vector<std::string> pathsIn(std::string_view source) {
-  constexpr std::string_view kDevices = "/dev/";
-  std::vector<std::string> paths;
-  while (source.substr(0, kDevices.size()) == kDevices) {
-    const std::size_t end = source.find(":/dev/");
-    paths.emplace_back(source.substr(0, end));
-    if (end == std::string_view::npos) break;
-    source.remove_prefix(end + 1);
-  }
-  return paths;
-}
-
-std::vector<std::string> devicesOf(const SysfsDeviceFacts::Places& places, const Mount& mount) {
-  std::vector<std::string> devices;
-  if (mount.major != 0) devices = devicesOfNumber(places.sysfs, numberText(mount.major, mount.minor));
-  if (!devices.empty()) return devices;
-  for (const std::string& path : pathsIn(mount.source)) {
-    const std::string rest = path.substr(std::string_view("/dev").size());
-    for (std::string& name : devicesOfPath(places.sysfs, places.devices + rest)) {
-      devices.push_back(std::move(name));
-    }
-  }
-  return devices;
+Bottom bottomOf(const std::string& sysfs, const std::set<std::string>& names) {
+  return bottomOf(sysfs, names, [](const BlockDevice&) { return std::set<std::string>(); });
 }
 
 }  // namespace
@@ -131,23 +81,29 @@ std::optional<DeviceFacts> SysfsDeviceFacts::facts(const std::string& bsdName) c
 }
 
 std::set<std::string> SysfsDeviceFacts::wholeDisks(const std::string& bsdName) const {
-  Bottom bottom = bottomOf(places_.sysfs, bsdName);
+  Bottom bottom = bottomOf(places_.sysfs, {bsdName});
   if (!bottom.isAll) return {};
   return std::move(bottom.disks);
 }
 
 std::set<std::string> SysfsDeviceFacts::bootWholeDisks() const {
-  const std::vector<Mount> mounts = readMountTable(places_.mountTable);
-  std::set<std::string> disks;
-  for (const std::string_view path : kSystemPaths) {
-    const auto last = std::find_if(mounts.rbegin(), mounts.rend(),
-                                   [&](const Mount& mount) { return mount.mountPoint == path; });
-    if (last == mounts.rend()) continue;
-    for (const std::string& device : devicesOf(places_, *last)) {
-      disks.merge(bottomOf(places_.sysfs, device).disks);
-    }
+  const MountedDevices mounted(places_.sysfs, places_.devices, readMountTable(places_.mountTable));
+  std::set<std::string> devices;
+  for (const std::string_view path : kBootPaths) {
+    if (const Mount* mount = mounted.mountOn(path)) devices.merge(mounted.devicesOf(*mount));
   }
-  return disks;
+  return bottomOf(places_.sysfs, devices).disks;
+}
+
+std::set<std::string> SysfsDeviceFacts::systemWholeDisks() const {
+  const MountedDevices mounted(places_.sysfs, places_.devices, readMountTable(places_.mountTable));
+  std::set<std::string> devices;
+  for (const Mount& mount : mounted.mounts()) {
+    if (isSystemFolder(mount.mountPoint)) devices.merge(mounted.devicesBelow(mount));
+  }
+  for (const std::string& path : readSwapTable(places_.swapTable)) devices.merge(mounted.devicesBehind(path));
+  const auto shownBy = [&](const BlockDevice& device) { return mounted.devicesBehind(device.backingFile()); };
+  return bottomOf(places_.sysfs, devices, shownBy).disks;
 }
 
 std::shared_ptr<const DeviceFactsProviding> makeDeviceFacts() { return std::make_shared<SysfsDeviceFacts>(); }

@@ -20,6 +20,7 @@ class SysfsDeviceFacts final : public DeviceFactsProviding {
     std::string sysfs = "/sys";
     std::string mountTable = "/proc/thread-self/mountinfo";
     std::string devices = "/dev";  ///< for mounts that are known by their source's name alone
+    std::string swapTable = "/proc/swaps";
   };
 
   SysfsDeviceFacts() = default;
@@ -34,6 +35,11 @@ class SysfsDeviceFacts final : public DeviceFactsProviding {
   /// "/System/Volumes/Data". A file system whose disks the kernel does not name (ZFS, an overlay, one from
   /// the network) adds none.
   [[nodiscard]] std::set<std::string> bootWholeDisks() const override;
+
+  /// Of all mounts on system folders, also such as are covered by others, on people's home folders, and on
+  /// the places that live systems have for their medium; through overlays, loop devices and the files behind
+  /// them.
+  [[nodiscard]] std::set<std::string> systemWholeDisks() const override;
 
  private:
   Places places_;

@@ -80,7 +80,7 @@ class Machine {
 
   [[nodiscard]] std::string at(const std::string& path) const { return scratch_.path() + "/" + path; }
   [[nodiscard]] SysfsDeviceFacts facts() const {
-    return SysfsDeviceFacts({at("sys"), at("mountinfo"), at("dev")});
+    return SysfsDeviceFacts({at("sys"), at("mountinfo"), at("dev"), at("swaps")});
   }
   [[nodiscard]] DeviceFacts factsOf(const std::string& name) const {
     return facts().facts(name).value_or(DeviceFacts());
@@ -157,25 +157,44 @@ TEST(SysfsDeviceFactsTest, cardsInSlotsAreExternalAndSolderedOnesAreNot) {
   }
 }
 
-TEST(SysfsDeviceFactsTest, thunderboltNeedsTheKernelsMarkAndADeviceOnTheBus) {
+TEST(SysfsDeviceFactsTest, thunderboltNeedsTheKernelsMarkAndAHostWithADevice) {
   Machine machine;
+  const auto isInternal = [&](const std::string& disk) { return machine.factsOf(disk).isInternal; };
+  const auto mark = [&](const std::string& function, const std::string& text = "removable") {
+    machine.write("sys/devices/" + function + "/removable", text + "\n");
+  };
+  const auto plug = [&](const std::string& host, const std::string& name) {
+    fs::create_directories(machine.at("sys/devices/" + host + "/domain0/" + name));
+    fs::create_directories(machine.at("sys/bus/thunderbolt/devices"));
+    fs::create_symlink("../../../devices/" + host + "/domain0/" + name,
+                       machine.at("sys/bus/thunderbolt/devices/" + name));
+  };
   machine.add(kPort + "/0000:03:00.0/0000:04:00.0/nvme/nvme1/nvme1n1");
-  const std::string bus = "sys/bus/thunderbolt/devices/";
-  EXPECT_TRUE(machine.factsOf("nvme1n1").isInternal);
-  machine.write("sys/devices/" + kPort + "/0000:03:00.0/removable", "removable\n");
-  EXPECT_TRUE(machine.factsOf("nvme1n1").isInternal) << "there is no such bus";
-  for (const char* own : {"domain0", "0-0", "1-0", "0-0:1.1", "0-1.1"}) {
-    fs::create_directories(machine.at(bus + own));
-  }
-  EXPECT_TRUE(machine.factsOf("nvme1n1").isInternal) << "nothing is plugged in";
-  fs::create_directories(machine.at(bus + "0-301"));
-  EXPECT_FALSE(machine.factsOf("nvme1n1").isInternal);
-  machine.write("sys/devices/" + kPort + "/0000:03:00.0/removable", "fixed\n");
-  EXPECT_TRUE(machine.factsOf("nvme1n1").isInternal);
+  mark(kPort + "/0000:03:00.0");
+  EXPECT_TRUE(isInternal("nvme1n1")) << "there is no such bus";
+  const std::string inProcessor = "pci0000:00/0000:00:0d.2";
+  for (const char* own : {"0-0", "1-0", "0-0:1.1", "0-1.1"}) plug(inProcessor, own);
+  const std::string supplier = machine.at("sys/devices/" + kPort + "/supplier:pci:0000:00:0d.2");
+  fs::create_symlink("../../virtual/devlink/it", supplier);
+  EXPECT_TRUE(isInternal("nvme1n1")) << "nothing is plugged in";
+  plug(inProcessor, "0-301");
+  EXPECT_FALSE(isInternal("nvme1n1"));
+  mark(kPort + "/0000:03:00.0", "fixed");
+  EXPECT_TRUE(isInternal("nvme1n1"));
+  mark(kPort + "/0000:03:00.0");
+  fs::remove(supplier);
+  EXPECT_TRUE(isInternal("nvme1n1")) << "behind a switch in a port that has nothing to do with the host";
 
-  machine.add("pci0000:00/0000:00:1d.0/0000:05:00.0/nvme/nvme2/nvme2n1");
-  machine.write("sys/devices/pci0000:00/0000:00:1d.0/0000:05:00.0/removable", "removable\n");
-  EXPECT_TRUE(machine.factsOf("nvme2n1").isInternal) << "in a slot that the firmware takes for a way out";
+  const std::string chip = "pci0000:00/0000:00:1d.0/0000:05:00.0";
+  machine.add(chip + "/0000:06:01.0/0000:08:00.0/0000:09:00.0/nvme/nvme2/nvme2n1");
+  mark(chip);
+  EXPECT_TRUE(isInternal("nvme2n1"));
+  plug(chip + "/0000:06:00.0/0000:07:00.0", "1-1");
+  EXPECT_FALSE(isInternal("nvme2n1"));
+
+  machine.add("pci0000:00/0000:00:1b.0/0000:0a:00.0/nvme/nvme3/nvme3n1");
+  mark("pci0000:00/0000:00:1b.0/0000:0a:00.0");
+  EXPECT_TRUE(isInternal("nvme3n1")) << "in a slot that the firmware takes for a way out";
 }
 
 TEST(SysfsDeviceFactsTest, whatTheKernelDoesNotSayIsTheSafeAnswer) {
@@ -274,6 +293,51 @@ TEST(SysfsDeviceFactsTest, theSystemsDisksComeFromTheMountTable) {
   machine.mount("0:45", "/System/Volumes/Data", "zfs pool/dev/sdf");
   machine.mount("99:99", "/usr", "ext4 /dev/root");
   EXPECT_EQ(machine.facts().bootWholeDisks(), Names());
+}
+
+TEST(SysfsDeviceFactsTest, theSystemNeedsMoreThanItsBootDisks) {
+  Machine machine;
+  for (const char* disk : {"sda", "sdb", "sdc", "sdd", "sde", "sdf", "sdg"}) machine.add(kSata + disk);
+  machine.add(kSata + "sdb/sdb1", "partition");
+  const auto loop = [&](const std::string& name, const std::string& shown) {
+    machine.stack(name, {});
+    machine.write("sys/class/block/" + name + "/loop/backing_file", shown + "\n");
+  };
+  const auto isNeeded = [&](const Names& expected) {
+    Names disks = machine.facts().systemWholeDisks();
+    for (const char* shown : {"loop0", "loop1", "loop2"}) disks.erase(shown);
+    EXPECT_EQ(disks, expected);
+  };
+
+  // A live system: an overlay over an image on a stick, which no mount names as the root's disk.
+  loop("loop0", "/cdrom/live/system.squashfs");
+  machine.mount("0:40", "/", "overlay overlay rw,lowerdir=/mnt/root,upperdir=/none/upper,workdir=/none/work");
+  machine.mountDevice("loop0", "/mnt/root");
+  isNeeded({});
+  machine.mountDevice("sda", "/cdrom");
+  isNeeded({"sda"});
+  EXPECT_EQ(machine.facts().bootWholeDisks(), Names()) << "it may be read";
+
+  // Loop devices over a partition, one with a RAID set on it, and one that shows another one.
+  loop("loop1", "/dev/sdb1 (deleted)");
+  loop("loop2", "/dev/loop1");
+  machine.stack("md0", {"loop2"});
+  machine.mountDevice("md0", "/opt/tools");
+  isNeeded({"sda", "sdb"});
+  EXPECT_EQ(machine.facts().wholeDisks("loop1"), (Names{"loop1"}))
+      << "an attached image is a disk of its own";
+
+  for (const char* place : {"/media/ann/stick", "/Volumes/Stick", "/home/ann/stick", "/variety"}) {
+    machine.mountDevice("sdc", place);
+  }
+  isNeeded({"sda", "sdb"});
+  machine.mountDevice("sdc", "/home/ann");
+  machine.mount("0:41", "/home/ann", "tmpfs tmpfs");
+  isNeeded({"sda", "sdb", "sdc"});
+  machine.mountDevice("sdd", "/var");
+  machine.mountDevice("sde", "/mnt");
+  machine.write("swaps", "Filename\t\t\tType\n/mnt/a\\040file file 1 0 -2\n/dev/sdf partition 1 0 -3\n");
+  isNeeded({"sda", "sdb", "sdc", "sdd", "sde", "sdf"});
 }
 
 TEST(SysfsDeviceFactsTest, aSourceThatIsALinkIsFollowed) {

@@ -54,6 +54,7 @@ struct FakeDisk {
   std::atomic<int> reads = 0;
   std::atomic<int> failedReads = 0;
   std::atomic<std::size_t> largestRequest = 0;
+  std::atomic<bool> isGone = false;  ///< pulled out; may change while a job uses it
   std::atomic<int> openCount = 0;
   RawDeviceRequest opened;  ///< the last one
 
@@ -72,8 +73,10 @@ class FakeDisk::Device final : public RawDevice {
     disk_.onRequest(Request::read, offset);
     ++disk_.reads;
     note(bytes.size());
+    const auto requestEnd = offset + static_cast<std::int64_t>(bytes.size());
+    if (disk_.isGone) return {0, ENODEV, true};
     const auto first = disk_.badSectors.lower_bound(offset / 512);
-    if (first != disk_.badSectors.end() && *first * 512 < offset + static_cast<std::int64_t>(bytes.size())) {
+    if (first != disk_.badSectors.end() && *first * 512 < requestEnd) {
       ++disk_.failedReads;
       return {0, EIO};
     }
