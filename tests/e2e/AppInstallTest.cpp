@@ -103,7 +103,7 @@ TEST(AppInstall, RefusesWhatIsNoApplicationOfThePersonsInTheInbox) {
                 "Only apps received in company mode can be installed: "
                 "/Users/ann/Library/Caches/MacMolvane/Foo.app");
   expectRefused(in + "Foo", "Not an application: " + in + "Foo");
-  expectRefused(in + "Gone.app", "Not an application: " + in + "Gone.app");
+  expectRefused(in + "way/../Gone.app", "Not an application: " + in + "Gone.app");
   expectRefused(in + "Link.app", "Refusing to follow a symlink: " + in + "Link.app");
   expectRefused(in + "way/Foo.app", "Refusing to follow a symlink: " + in + "way/Foo.app");
   expectRefused(in + "File.app", "Not an application: " + in + "File.app");

@@ -89,7 +89,7 @@ TEST_F(PackageInstall, RefusesWhatIsNoPackageOfThePersonsInTheInbox) {
                 "Only packages received in company mode can be installed: /Users/ann/good.pkg");
   expectRefused(in + "../Company",
                 "Only packages received in company mode can be installed: " + in.substr(0, in.size() - 1));
-  expectRefused(in + "gone.pkg", "Not found: " + in + "gone.pkg");
+  expectRefused(in + "way/../gone.pkg", "Not found: " + in + "gone.pkg");
   expectRefused(in + "good.pkg/below", "Not found: " + in + "good.pkg/below");
   expectRefused(in + "link.pkg", "Refusing to follow a symlink: " + in + "link.pkg");
   expectRefused(in + "dangling.pkg", "Refusing to follow a symlink: " + in + "dangling.pkg");

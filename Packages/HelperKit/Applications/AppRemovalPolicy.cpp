@@ -55,7 +55,7 @@ std::string applicationsFolder(const std::string& home) {
 }
 
 std::string validate(const std::string& path, const std::string& home) {
-  std::string app = standardizingPath(path);
+  std::string app = standardizingPathByName(path);
   if (!app.ends_with(".app") || app.find("/../") != std::string::npos) {
     throw Failure(FailureCase::notAnApp, path);
   }

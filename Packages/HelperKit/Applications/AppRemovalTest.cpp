@@ -48,10 +48,11 @@ TEST_F(AppRemovalTest, RemovalDecidesByTextBeforeItLooks) {
   const std::string apps = home() + "/Applications";
   fs::create_directories(apps + "/Foo.app");
   fs::create_directories(apps + "/Utilities/Foo.app");
+  fs::create_directory_symlink("/usr/bin", apps + "/away");
   const std::string tooDeep = "Only top-level apps (or one folder deep) can be removed: ";
   const std::string outside = "Only apps in /Applications or ~/Applications can be removed: ";
   const std::pair<std::string, std::string> cases[] = {
-      {apps + "//./Foo.app/", "fine"},
+      {apps + "//./away/../Foo.app/", "fine"},
       {"/nowhere/../Applications/a/b/Foo.app", tooDeep + "/Applications/a/b/Foo.app"},
       {apps + "/Utilities/Foo.app", "Refusing to remove a protected app: " + apps + "/Utilities/Foo.app"},
       {"/Applications/Utilities.app", "Not found: /Applications/Utilities.app"},

@@ -76,7 +76,7 @@ std::optional<std::string> bundleID(const FileDescriptor& folder, const std::str
 }
 
 ReceivedApplication validate(const std::string& path, const std::string& home, uid_t peerUID) {
-  const std::string app = standardizingPath(path);
+  const std::string app = standardizingPathByName(path);
   if (!liesInCompanyInbox(app, home)) throw Failure(FailureCase::outsideInbox, app);
   if (!app.ends_with(".app")) throw Failure(FailureCase::notAnApp, app);
   ReceivedItem received = hold(app, home);
