@@ -1,7 +1,8 @@
 #pragma once
 
+#include <sys/stat.h>
+
 #include <string>
-#include <string_view>
 
 #include "Base/CaseError.hpp"
 #include "Platform/FileDescriptor.hpp"
@@ -37,6 +38,10 @@ struct HeldItem {
 /// `path` is standardised and lies below `root`. Throws WalkError, or std::system_error for whatever else
 /// keeps a folder from being opened.
 [[nodiscard]] HeldItem walkToItem(const std::string& root, const std::string& path);
+
+/// Whether `name` in `folder` is the item that `item` describes, by device and inode: two names can stand for
+/// one item where a volume ignores case. A link counts itself. False when the name cannot be looked at.
+[[nodiscard]] bool isSameItem(const FileDescriptor& folder, const std::string& name, const struct stat& item);
 
 /// Opens the held item itself, which must be a folder and no link. Throws as walkToItem does.
 [[nodiscard]] FileDescriptor openItemFolder(const HeldItem& item);

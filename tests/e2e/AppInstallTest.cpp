@@ -119,6 +119,18 @@ TEST(AppInstall, RefusesWhatIsNoApplicationOfThePersonsInTheInbox) {
   giveTo(app, kAnn);
   expectRefused(inbox.addApp("Safari.app", "com.example.foo"),
                 "Safari.app is protected and cannot be replaced.");
+  {
+    const SecondName received(inbox / "Safari.app", inbox / "safari.app");
+    expectRefused(in + "safari.app", "safari.app is protected and cannot be replaced.");
+  }
+  {
+    makeBundle(kApplications / "MacMolvane.app", "com.molvane.app", "own");
+    const SecondName installed(kApplications / "MacMolvane.app", kApplications / "macmolvane.app");
+    expectRefused(inbox.addApp("macmolvane.app", "com.molvane.app"),
+                  "macmolvane.app is protected and cannot be replaced.");
+    EXPECT_EQ(versionOf(kApplications / "MacMolvane.app"), "own\n");
+  }
+  fs::remove_all(kApplications / "MacMolvane.app");
   EXPECT_THAT(namesIn(kApplications), IsEmpty());
 
   fs::remove_all("/Users/ann/Foo.app");

@@ -83,6 +83,18 @@ TEST_F(AppRemoval, RefusesInTheOrderOfTheChecks) {
   EXPECT_TRUE(fs::exists(kApplications / "Games/Safari.app"));
 }
 
+// On a volume that ignores case one item has many names. Here a bind mount gives it a second one.
+TEST_F(AppRemoval, AProtectedItemKeepsItsProtectionUnderAnotherName) {
+  makeBundle(kApplications / "MacMolvane.app", "com.molvane.app");
+  makeBundle(kApplications / "Utilities/Disk.app", "com.example.disk");
+  const SecondName app(kApplications / "MacMolvane.app", kApplications / "macmolvane.app");
+  const SecondName folder(kApplications / "Utilities", kApplications / "utilities");
+  for (const std::string path : {"/Applications/macmolvane.app", "/Applications/utilities/Disk.app"}) {
+    expectRefused(path, "Refusing to remove a protected app: " + path);
+    EXPECT_EQ(versionOf(path), "1\n");
+  }
+}
+
 TEST_F(AppRemoval, RefusesALinkOnTheWay) {
   fs::create_directory_symlink(kBobs, kApplications / "Games");
   expectRefused("/Applications/Games/Victim.app",

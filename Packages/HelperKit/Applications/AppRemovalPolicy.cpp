@@ -4,7 +4,9 @@
 #include <optional>
 #include <string_view>
 
+#include "Base/NSError.hpp"
 #include "Base/PathText.hpp"
+#include "Platform/DirectoryHandle.hpp"
 #include "Platform/FileManager.hpp"
 #include "Platform/StandardPath.hpp"
 
@@ -46,6 +48,18 @@ const std::set<std::string>& deniedBasenames() {
                                               "Xcode.app",           "Molvane.app",
                                               "MacMolvane.app"};
   return names;
+}
+
+bool isProtectedItem(const FileDescriptor& folder, const struct stat& item) {
+  const std::set<std::string>& names = deniedBasenames();
+  return std::any_of(names.begin(), names.end(),
+                     [&](const std::string& name) { return isSameItem(folder, name, item); });
+}
+
+bool isUtilities(const FileDescriptor& folder) {
+  struct stat status {};
+  if (fstat(folder.get(), &status) != 0) throwErrno("look at a folder of applications");
+  return isSameItem(folder, "../Utilities", status);
 }
 
 std::string applicationsFolder() { return "/Applications"; }

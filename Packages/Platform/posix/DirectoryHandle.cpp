@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 #include "Base/NSError.hpp"
@@ -80,6 +81,12 @@ HeldItem walkToItem(const std::string& root, const std::string& path) {
     begin = end + 1;
   }
   return {std::move(folder), path.substr(begin)};
+}
+
+bool isSameItem(const FileDescriptor& folder, const std::string& name, const struct stat& item) {
+  struct stat found {};
+  return fstatat(folder.get(), name.c_str(), &found, AT_SYMLINK_NOFOLLOW) == 0 &&
+         found.st_dev == item.st_dev && found.st_ino == item.st_ino;
 }
 
 FileDescriptor openItemFolder(const HeldItem& item) { return openChild(item.folder, item.name, item.name); }
