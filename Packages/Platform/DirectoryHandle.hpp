@@ -32,6 +32,9 @@ struct HeldItem {
 /// and has locks of its own. Throws std::system_error.
 [[nodiscard]] FileDescriptor openedAnew(const FileDescriptor& folder);
 
+/// Returns when the names in the folder have reached the disk as they are. Throws std::system_error.
+void syncFolder(const FileDescriptor& folder);
+
 /// Walks from `root`, which is trusted and may be reached through links, down to the folder that holds the
 /// item at `path`, without following a link on the way. The item itself is not looked at.
 ///

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <stdexcept>
@@ -57,6 +58,10 @@ FileDescriptor openedAnew(const FileDescriptor& folder) {
   FileDescriptor opened(openat(folder.get(), ".", kOpenFolder));
   if (!opened) throwErrno("open a folder anew");
   return opened;
+}
+
+void syncFolder(const FileDescriptor& folder) {
+  if (fsync(folder.get()) != 0) throwErrno("sync a folder");
 }
 
 HeldItem walkToItem(const std::string& root, const std::string& path) {
