@@ -14,6 +14,7 @@
 
 #include "Base/NSError.hpp"
 #include "HelperKit/Accounts/CompanyAdminKeeper.hpp"
+#include "HelperKit/Applications/ApplicationInstallRunner.hpp"
 #include "HelperKit/Devices/DeviceJobRunner.hpp"
 #include "HelperKit/Service/HelperPathPolicy.hpp"
 #include "HelperKit/Service/HelperService.hpp"
@@ -71,6 +72,7 @@ int helperMain() try {
   // Only now: one that was started past the service manager has ended, and must not disturb the one that
   // runs.
   forgetDisksOfEarlierHelper();
+  ApplicationInstallRunner::salvage();
   delegate->scheduleIdleExit();
 
   listener->setDelegate(*delegate);
