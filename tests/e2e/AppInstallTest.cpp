@@ -3,7 +3,10 @@
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
+
+#include <string_view>
 
 #include "Inbox.hpp"
 
@@ -11,6 +14,7 @@ namespace molvane::e2e {
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::string_view_literals;
 using testing::AnyOf;
 using testing::ElementsAre;
 using testing::EndsWith;
@@ -61,7 +65,15 @@ TEST(AppInstall, InstallsAndReplacesAnOlderCopyOfItself) {
   EXPECT_THAT(namesIn(kApplications), ElementsAre("Foo.app"));
 }
 
-TEST(AppInstall, ReadsABinaryInfoPlistAndDropsSetIdBits) {
+// Gives a file an extended attribute.
+void setAttribute(const fs::path& path, const char* name, std::string_view value) {
+  ASSERT_EQ(setxattr(path.c_str(), name, value.data(), value.size(), 0), 0) << name << " of " << path;
+}
+bool hasAttribute(const fs::path& path, const char* name) {
+  return getxattr(path.c_str(), name, nullptr, 0) >= 0;
+}
+
+TEST(AppInstall, ReadsABinaryInfoPlistAndDropsWhatGivesOthersRights) {
   const Inbox inbox;
   const fs::path app = inbox.addApp("Foo.app", "com.example.foo");
   const Outcome binary = run({"/usr/bin/python3", "-c",
@@ -71,10 +83,32 @@ TEST(AppInstall, ReadsABinaryInfoPlistAndDropsSetIdBits) {
   ASSERT_EQ(binary.status, 0) << binary.err;
   signBundle(app);
   giveTo(app, kAnn);
-  fs::permissions(app / "Contents/MacOS/Program", fs::perms(06755));
+  // All capabilities, and an access list by which Bob may write.
+  const auto capabilities = "\x01\0\0\x02\xff\xff\xff\xff\0\0\0\0\xff\0\0\0\0\0\0\0"sv;
+  const auto list =
+      "\x02\0\0\0\x01\0\x07\0\xff\xff\xff\xff\x02\0\x07\0\xf6\x01\0\0\x04\0\x05\0\xff\xff\xff\xff"
+      "\x10\0\x07\0\xff\xff\xff\xff\x20\0\x05\0\xff\xff\xff\xff"sv;
+  const std::pair<const char*, const char*> given[] = {{"Contents/MacOS/Program", "security.capability"},
+                                                       {"Contents/MacOS/Program", "system.posix_acl_access"},
+                                                       {"Contents/Resources", "system.posix_acl_access"},
+                                                       {"Contents/Resources", "system.posix_acl_default"}};
+  for (const auto& [path, name] : given) {
+    setAttribute(app / path, name, name == "security.capability"sv ? capabilities : list);
+  }
+  setAttribute(app / "Contents/MacOS/Program", "user.note", "kept");
+  fs::permissions(app / "Contents/MacOS/Program", fs::perms(06777));
+  fs::permissions(app / "Contents/Resources", fs::perms(01777));
+  fs::permissions(app, fs::perms(02777));
   const Outcome outcome = install(app);
   EXPECT_EQ(outcome.status, 0) << testing::PrintToString(outcome);
-  EXPECT_EQ(modeOf(kFoo / "Contents/MacOS/Program"), 0755U);
+  for (const auto& [path, name] : given) {
+    EXPECT_TRUE(hasAttribute(app / path, name)) << "the inbox was changed";
+    EXPECT_FALSE(hasAttribute(kFoo / path, name)) << name << " of " << path;
+  }
+  EXPECT_TRUE(hasAttribute(kFoo / "Contents/MacOS/Program", "user.note"));
+  for (const char* path : {"", "Contents/MacOS/Program", "Contents/Resources"}) {
+    EXPECT_EQ(modeOf(kFoo / path), 0755U) << path;
+  }
 }
 
 TEST(AppInstall, RefusesWhatIsNoApplicationOfThePersonsInTheInbox) {
