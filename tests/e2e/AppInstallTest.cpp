@@ -204,6 +204,14 @@ TEST(AppInstall, NeverReplacesSomethingElse) {
   writeFile(kFoo, "kept");
   expectRefused(app, sentence);
   EXPECT_EQ(readFile(kFoo), "kept");
+  fs::remove(kFoo);
+  makeBundle(kApplications / "Elsewhere.app", "com.example.foo", "mounted");
+  const SecondName mounted(kApplications / "Elsewhere.app", kFoo);
+  EXPECT_EQ(
+      install(app).err,
+      "molvanectl: A volume is mounted on /Applications/Foo.app. Unmount it first. (NSPOSIXErrorDomain, "
+      "16)\n");
+  EXPECT_EQ(versionOf(kFoo), "mounted\n");
 }
 
 TEST(AppInstall, OnlyWhatTheAssessmentAccepts) {
@@ -370,13 +378,17 @@ TEST(AppInstall, AStagingFolderThatIsNotAsItShouldBe) {
   EXPECT_EQ(modeOf(kAppStaging), 0700U);
 
   fs::permissions(kAppStaging.parent_path(), fs::perms(0777));
-  EXPECT_THAT(install(app).err, HasSubstr("(NSPOSIXErrorDomain, 1)"));
+  EXPECT_EQ(install(app).err,
+            "molvanectl: Nothing can be installed safely: others may change the folder "
+            "/Library/Application Support/MacMolvane. (NSPOSIXErrorDomain, 1)\n");
   fs::permissions(kAppStaging.parent_path(), fs::perms(0755));
 
   fs::remove_all(kAppStaging);
   fs::create_directories("/Users/ann/trap");
   fs::create_directory_symlink("/Users/ann/trap", kAppStaging);
-  EXPECT_THAT(install(app).err, HasSubstr("NSPOSIXErrorDomain"));
+  EXPECT_THAT(install(app).err,
+              StartsWith("molvanectl: Nothing can be installed safely: " + kAppStaging.string() +
+                         " is not a folder of the system. (NSPOSIXErrorDomain, "));
   EXPECT_THAT(namesIn("/Users/ann/trap"), IsEmpty());
   fs::remove(kAppStaging);
   fs::remove_all("/Users/ann/trap");

@@ -36,8 +36,12 @@ constexpr const char* kBesidePrefix = ".com.molvane.helper-";
 // How often a place that has changed since it was looked at is looked at anew.
 constexpr int kMostRounds = 16;
 
-[[noreturn]] void fail(int error, const std::string& what) {
-  throw std::system_error(error, std::generic_category(), what);
+// What kept an item from being moved to, from or with the one at `path`.
+[[noreturn]] void failToMove(int error, const std::string& path) {
+  if (error == EBUSY) {
+    throw ExplainedSystemError(error, "A volume is mounted on " + path + ". Unmount it first.");
+  }
+  throw std::system_error(error, std::generic_category(), "move " + path);
 }
 
 // In a folder that nobody else can reach.
@@ -121,7 +125,7 @@ void ApplicationPlacement::restore(const FileDescriptor& leftover, const std::st
   if (error == EEXIST) {
     throw std::runtime_error("its " + found + " was not replaced, and something else is at " + pathOf(name));
   }
-  if (error != 0) fail(error, "put back " + pathOf(name));
+  if (error != 0) failToMove(error, pathOf(name));
   syncFolder(folder_);
   logLine("MolvaneHelper: put back " + pathOf(name) + " after an installation that was cut off");
 }
@@ -155,7 +159,7 @@ void ApplicationPlacement::moveIn(StagedItem& work, const std::string& name,
 bool ApplicationPlacement::moveToEmptyPlace(const StagedItem& work, const std::string& name) const {
   const int error = moveToFreePlace({work.descriptor(), name}, {folder_, name});
   if (error == EEXIST) return false;
-  if (error != 0) fail(error, "move to " + pathOf(name));
+  if (error != 0) failToMove(error, pathOf(name));
   syncFolders(work);
   return true;
 }
@@ -173,7 +177,7 @@ bool ApplicationPlacement::exchange(StagedItem& work, const std::string& name,
     renameIn(folder, exchanged, name);
     if (error == ENOENT) return false;
     if (error == ENOTSUP) return replaceInTwoSteps(work, name, bundleID);
-    fail(error, "exchange " + pathOf(name));
+    failToMove(error, pathOf(name));
   }
   try {
     requireOlderCopy(work, exchanged, name, bundleID);
@@ -206,12 +210,12 @@ bool ApplicationPlacement::replaceInTwoSteps(StagedItem& work, const std::string
   const std::string aside = std::string(kAside) + name;
   const int moved = moveToFreePlace({folder_, name}, {folder, aside});
   if (moved == ENOENT) return false;
-  if (moved != 0) fail(moved, "move " + pathOf(name) + " aside");
+  if (moved != 0) failToMove(moved, pathOf(name));
   try {
     requireOlderCopy(work, aside, name, bundleID);
     const int error = moveToFreePlace({folder, name}, {folder_, name});
     if (error == EEXIST) throw Failure(FailureCase::otherApp, name);
-    if (error != 0) fail(error, "move to " + pathOf(name));
+    if (error != 0) failToMove(error, pathOf(name));
     syncFolders(work);
   } catch (...) {
     putBack(work, aside, name);

@@ -41,7 +41,17 @@ void removeLogged(const FileDescriptor& folder, const std::string& name, const s
 }
 
 [[noreturn]] void refuseFolderAbove(const std::string& above) {
-  throw std::system_error(EPERM, std::generic_category(), above + " is open to others");
+  throw ExplainedSystemError(EPERM,
+                             "Nothing can be installed safely: others may change the folder " + above + ".");
+}
+
+void makePrivateFolder(const std::string& path) try {
+  FileManager::createDirectory(path, S_IRWXU);
+} catch (const std::system_error& error) {
+  const int code = error.code().value();
+  if (code != EPERM && code != ELOOP && code != ENOTDIR) throw;
+  throw ExplainedSystemError(code,
+                             "Nothing can be installed safely: " + path + " is not a folder of the system.");
 }
 
 // Whether somebody other than root and this process's user could rename what is in the folder.
@@ -91,7 +101,7 @@ StagingFolder::Lock::Lock(const FileDescriptor& folder) : folder_(openedAnew(fol
 }
 
 StagingFolder::StagingFolder(const std::string& path) : path_(path), locked_(&folder_) {
-  FileManager::createDirectory(path, S_IRWXU);
+  makePrivateFolder(path);
   requireTrustedFoldersAbove(path);
   folder_.reset(open(path.c_str(), kOpenFolder));
   if (!folder_) throwErrno("open " + path);

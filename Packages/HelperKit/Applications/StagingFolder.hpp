@@ -43,7 +43,8 @@ class StagingFolder {
   /// Makes the folder, with those above it, and gives it mode 0700 also where it exists.
   ///
   /// Throws std::system_error: as FileManager::createDirectory does, and EPERM when a folder above belongs
-  /// to somebody else or lets others put something else in this one's place. `path` is absolute.
+  /// to somebody else or lets others put something else in this one's place; an ExplainedSystemError for a
+  /// place that is not safe. `path` is absolute.
   explicit StagingFolder(const std::string& path);
 
   /// The same kind of place in a folder that others may write to, for what must lie on its file system: every
