@@ -41,6 +41,8 @@ constexpr int kMostRounds = 16;
   if (error == EBUSY) {
     throw ExplainedSystemError(error, "A volume is mounted on " + path + ". Unmount it first.");
   }
+  if (error == EXDEV)
+    throw ExplainedSystemError(error, "The file system does not let " + path + " be replaced.");
   throw std::system_error(error, std::generic_category(), "move " + path);
 }
 
@@ -109,13 +111,15 @@ void ApplicationPlacement::salvageMovedAside(const FileDescriptor& leftover, con
   if (name.ends_with(".app") && !isFree(leftover, name)) restore(leftover, found, name);
 }
 
+// What has this name is needed unless an application of the same identifier is in the place: the older copy
+// still, or the new one already.
 void ApplicationPlacement::salvageExchanged(const FileDescriptor& leftover, const std::string& found) const {
   const std::string name = found.substr(0, found.size() - kExchange.size());
   const std::optional<std::string> identifier = ApplicationInstallPolicy::bundleID(leftover, found);
   if (!identifier || ApplicationInstallPolicy::bundleID(folder_, name) != identifier) {
     return restore(leftover, found, name);
   }
-  // The older copy is in the place still, or the new one is already. Half removed, this would not be known.
+  // A sweep that is killed half way must not leave something that looks needed.
   renameIn(leftover, found, std::string(kAside) + name);
 }
 
