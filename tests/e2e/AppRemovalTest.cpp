@@ -8,7 +8,6 @@ namespace molvane::e2e {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::HasSubstr;
 
 const fs::path kAnns = "/Users/ann/Applications";
 const fs::path kBobs = "/Users/bob/Applications";
@@ -145,21 +144,6 @@ TEST_F(AppRemoval, ALargeBundleAndOneWithAMountInside) {
             "molvanectl: A volume is mounted on disk. Unmount it first. (NSPOSIXErrorDomain, 18)\n");
   EXPECT_TRUE(fs::exists(mounted / "kept"));
   ASSERT_EQ(umount(mounted.c_str()), 0);
-}
-
-TEST_F(AppRemoval, TheCallersSurroundingsChangeNothing) {
-  makeBundle(kAnns / "Foo.app", "com.example.foo");
-  fs::create_directories("/tmp/elsewhere/Applications/Foo.app");
-  giveTo("/tmp/elsewhere", kAnn);
-  const Outcome outcome = run({"/bin/bash", "-c",
-                               "umask 777; cd /tmp/elsewhere; exec env -i HOME=/tmp/elsewhere "
-                               "PATH=/tmp/elsewhere CFFIXED_USER_HOME=/etc "
-                               "LD_LIBRARY_PATH=/tmp " +
-                                   std::string(kClient) + " app remove /tmp/elsewhere/Applications/Foo.app"},
-                              kAnn);
-  EXPECT_THAT(outcome.err, HasSubstr("Only apps in /Applications"));
-  EXPECT_TRUE(fs::exists("/tmp/elsewhere/Applications/Foo.app"));
-  fs::remove_all("/tmp/elsewhere");
 }
 
 TEST_F(AppRemoval, TwoAtOnceEndWithOneSuccess) {
