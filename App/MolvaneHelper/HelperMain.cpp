@@ -14,6 +14,7 @@
 
 #include "Base/NSError.hpp"
 #include "HelperKit/Accounts/CompanyAdminKeeper.hpp"
+#include "HelperKit/Applications/ApplicationInstallRunner.hpp"
 #include "HelperKit/Devices/DeviceJobRunner.hpp"
 #include "HelperKit/Service/HelperPathPolicy.hpp"
 #include "HelperKit/Service/HelperService.hpp"
@@ -67,6 +68,7 @@ int helperMain() try {
   const std::unique_ptr<Listener> listener = makeServiceListener();
   // Only now: a helper started by hand has already failed to bind here, so it cannot disturb the running one.
   forgetDisksOfEarlierHelper();
+  ApplicationInstallRunner::salvage();
   delegate->scheduleIdleExit();
 
   listener->setDelegate(*delegate);

@@ -11,7 +11,9 @@ std::string posixErrorDescription(int errnoValue) {
 
 NSError nsError(const std::system_error& error) {
   const int code = error.code().value();
-  return {std::string(kPOSIXErrorDomain), code, posixErrorDescription(code)};
+  const auto* explained = dynamic_cast<const ExplainedSystemError*>(&error);
+  return {std::string(kPOSIXErrorDomain), code,
+          explained != nullptr ? explained->what() : posixErrorDescription(code)};
 }
 
 NSError nsErrorOfCurrentException() {

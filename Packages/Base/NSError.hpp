@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 namespace molvane {
 
@@ -25,8 +26,21 @@ struct NSError {
 /// text for the errno.
 [[nodiscard]] std::string posixErrorDescription(int errnoValue);
 
+/// A system error that has its own sentence for the person, because the system's text for the errno would not
+/// tell what stands in the way. The sentence is its what(), too.
+class ExplainedSystemError : public std::system_error {
+ public:
+  ExplainedSystemError(int errnoValue, std::string sentence)
+      : std::system_error(errnoValue, std::generic_category()), sentence_(std::move(sentence)) {}
+
+  [[nodiscard]] const char* what() const noexcept override { return sentence_.c_str(); }
+
+ private:
+  std::string sentence_;
+};
+
 /// The system error as an NSError of the POSIX domain. `error` must carry an errno value (generic or system
-/// category); its message text is replaced by posixErrorDescription.
+/// category); its message text is replaced by posixErrorDescription, but for an ExplainedSystemError's.
 [[nodiscard]] NSError nsError(const std::system_error& error);
 
 /// The exception that is being handled, as the reply of last resort: a std::system_error becomes the POSIX

@@ -1,7 +1,8 @@
 #pragma once
 
+#include <sys/stat.h>
+
 #include <string>
-#include <string_view>
 
 #include "Base/CaseError.hpp"
 #include "Platform/FileDescriptor.hpp"
@@ -31,12 +32,19 @@ struct HeldItem {
 /// and has locks of its own. Throws std::system_error.
 [[nodiscard]] FileDescriptor openedAnew(const FileDescriptor& folder);
 
+/// Returns when the names in the folder have reached the disk as they are. Throws std::system_error.
+void syncFolder(const FileDescriptor& folder);
+
 /// Walks from `root`, which is trusted and may be reached through links, down to the folder that holds the
 /// item at `path`, without following a link on the way. The item itself is not looked at.
 ///
 /// `path` is standardised and lies below `root`. Throws WalkError, or std::system_error for whatever else
 /// keeps a folder from being opened.
 [[nodiscard]] HeldItem walkToItem(const std::string& root, const std::string& path);
+
+/// Whether `name` in `folder` is the item that `item` describes, by device and inode: two names can stand for
+/// one item where a volume ignores case. A link counts itself. False when the name cannot be looked at.
+[[nodiscard]] bool isSameItem(const FileDescriptor& folder, const std::string& name, const struct stat& item);
 
 /// Opens the held item itself, which must be a folder and no link. Throws as walkToItem does.
 [[nodiscard]] FileDescriptor openItemFolder(const HeldItem& item);

@@ -7,8 +7,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <atomic>
 #include <cerrno>
 #include <deque>
@@ -90,24 +88,6 @@ TEST_F(LargeTreeTest, IsRemovedWhole) {
   EXPECT_FALSE(fs::exists(at("tree")));
   EXPECT_TRUE(isOutsideWhole());
   EXPECT_EQ(testing::openDescriptorCount(), before);
-}
-
-TEST_F(LargeTreeTest, OfSeveralRemovalsOneSucceeds) {
-  makeOutside();
-  for (int round = 0; round < 4; ++round) {
-    makeTree("tree");
-    std::array<int, 3> errors{};
-    {
-      std::array<std::thread, 3> removers;
-      for (std::size_t i = 0; i < removers.size(); ++i)
-        removers.at(i) = std::thread([&, i] { errors.at(i) = remove("tree"); });
-      for (std::thread& remover : removers) remover.join();
-    }
-    EXPECT_EQ(std::count(errors.begin(), errors.end(), 0), 1);
-    EXPECT_EQ(std::count(errors.begin(), errors.end(), ENOENT), 2);
-    EXPECT_FALSE(fs::exists(at("tree")));
-  }
-  EXPECT_TRUE(isOutsideWhole());
 }
 
 TEST_F(LargeTreeTest, SwappingFoldersForLinksNeverLeadsOutside) {

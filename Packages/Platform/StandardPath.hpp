@@ -11,8 +11,7 @@ namespace molvane {
 ///   environment is not asked), "~name" that of the user; an unknown user's stays as it is;
 /// - repeated slashes, single-dot components and a trailing slash go;
 /// - in an absolute path each ".." goes up from what stands before it: to the real parent where that exists
-/// (links on
-///   the way are followed), to the one by name where it does not; above "/" there is nothing;
+///   (links on the way are followed), to the one by name where it does not; above "/" there is nothing;
 /// - a leading "/private" goes for as long as something exists at the rest (a final link is followed).
 ///
 /// Relative paths stay relative and keep their "..". A link that no ".." follows is not resolved, the last
@@ -22,5 +21,9 @@ namespace molvane {
 /// Paths are bytes. One that no file can have, with a NUL or longer than PATH_MAX, is treated as text alone.
 /// May be called from any thread. Nothing is promised about the file system at a later moment.
 [[nodiscard]] std::string standardizingPath(std::string_view path);
+
+/// The same, but each ".." takes away the component before it and no link is followed for it. For a path of
+/// somebody who may not see where the links on it lead; "/private" still shows whether something exists.
+[[nodiscard]] std::string standardizingPathByName(std::string_view path);
 
 }  // namespace molvane

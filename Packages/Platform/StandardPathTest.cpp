@@ -41,12 +41,13 @@ TEST_F(StandardPath, RelativePathsKeepTheirParentReferences) {
   EXPECT_EQ(standardizingPath(""), "");
 }
 
-TEST_F(StandardPath, ParentReferencesGoUpFromWhereALinkLeads) {
+TEST_F(StandardPath, ParentReferencesGoUpFromWhereALinkLeadsOrByName) {
   std::filesystem::create_directories(folder_ + "/real/deep");
   std::filesystem::create_directory_symlink(folder_ + "/real/deep", folder_ + "/link");
   std::filesystem::create_symlink(folder_ + "/gone", folder_ + "/dangling");
 
   EXPECT_EQ(standardizingPath(folder_ + "/link/../x"), folder_ + "/real/x");
+  EXPECT_EQ(standardizingPathByName(folder_ + "/link/.././link/../x/"), folder_ + "/x");
   EXPECT_EQ(standardizingPath(folder_ + "/link/../../link"), folder_ + "/link") << "the last link stays";
   EXPECT_EQ(standardizingPath(folder_ + "/link/x"), folder_ + "/link/x") << "so does one without ..";
   EXPECT_EQ(standardizingPath(folder_ + "/link/nosuch/../../x"), folder_ + "/real/x");

@@ -8,7 +8,6 @@ namespace molvane::e2e {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::HasSubstr;
 
 const fs::path kAnns = "/Users/ann/Applications";
 const fs::path kBobs = "/Users/bob/Applications";
@@ -83,6 +82,18 @@ TEST_F(AppRemoval, RefusesInTheOrderOfTheChecks) {
   EXPECT_TRUE(fs::exists(kApplications / "Games/Safari.app"));
 }
 
+// On a volume that ignores case one item has many names. Here a bind mount gives it a second one.
+TEST_F(AppRemoval, AProtectedItemKeepsItsProtectionUnderAnotherName) {
+  makeBundle(kApplications / "MacMolvane.app", "com.molvane.app");
+  makeBundle(kApplications / "Utilities/Disk.app", "com.example.disk");
+  const SecondName app(kApplications / "MacMolvane.app", kApplications / "macmolvane.app");
+  const SecondName folder(kApplications / "Utilities", kApplications / "utilities");
+  for (const std::string path : {"/Applications/macmolvane.app", "/Applications/utilities/Disk.app"}) {
+    expectRefused(path, "Refusing to remove a protected app: " + path);
+    EXPECT_EQ(versionOf(path), "1\n");
+  }
+}
+
 TEST_F(AppRemoval, RefusesALinkOnTheWay) {
   fs::create_directory_symlink(kBobs, kApplications / "Games");
   expectRefused("/Applications/Games/Victim.app",
@@ -129,24 +140,10 @@ TEST_F(AppRemoval, ALargeBundleAndOneWithAMountInside) {
   writeFile(mounted / "kept", "x");
   const Outcome outcome = molvanectl({"app", "remove", kApplications / "Mounted.app"});
   EXPECT_EQ(outcome.status, 1);
-  EXPECT_THAT(outcome.err, HasSubstr("(NSPOSIXErrorDomain, 18)"));
+  EXPECT_EQ(outcome.err,
+            "molvanectl: A volume is mounted on disk. Unmount it first. (NSPOSIXErrorDomain, 18)\n");
   EXPECT_TRUE(fs::exists(mounted / "kept"));
   ASSERT_EQ(umount(mounted.c_str()), 0);
-}
-
-TEST_F(AppRemoval, TheCallersSurroundingsChangeNothing) {
-  makeBundle(kAnns / "Foo.app", "com.example.foo");
-  fs::create_directories("/tmp/elsewhere/Applications/Foo.app");
-  giveTo("/tmp/elsewhere", kAnn);
-  const Outcome outcome = run({"/bin/bash", "-c",
-                               "umask 777; cd /tmp/elsewhere; exec env -i HOME=/tmp/elsewhere "
-                               "PATH=/tmp/elsewhere CFFIXED_USER_HOME=/etc "
-                               "LD_LIBRARY_PATH=/tmp " +
-                                   std::string(kClient) + " app remove /tmp/elsewhere/Applications/Foo.app"},
-                              kAnn);
-  EXPECT_THAT(outcome.err, HasSubstr("Only apps in /Applications"));
-  EXPECT_TRUE(fs::exists("/tmp/elsewhere/Applications/Foo.app"));
-  fs::remove_all("/tmp/elsewhere");
 }
 
 TEST_F(AppRemoval, TwoAtOnceEndWithOneSuccess) {

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <grp.h>
+#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -116,6 +117,17 @@ std::string Inbox::addPackage(const std::string& name, const fs::path& file, con
   giveTo(path_ / name, owner_);
   fs::remove_all(payload);
   return path_ / name;
+}
+
+SecondName::SecondName(const fs::path& folder, fs::path name) : name_(std::move(name)) {
+  fs::create_directory(name_);
+  if (mount(folder.c_str(), name_.c_str(), nullptr, MS_BIND, nullptr) != 0) throw std::runtime_error("mount");
+}
+
+SecondName::~SecondName() {
+  umount(name_.c_str());
+  std::error_code ignored;
+  fs::remove(name_, ignored);
 }
 
 Persistent::Persistent(Person who, const std::function<void()>& step) {

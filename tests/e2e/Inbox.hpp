@@ -60,6 +60,18 @@ class Inbox {
   std::filesystem::path path_;
 };
 
+/// A second name for a folder, as a volume that ignores case would give it, while this object lives.
+class SecondName {
+ public:
+  SecondName(const std::filesystem::path& folder, std::filesystem::path name);
+  ~SecondName();
+  SecondName(const SecondName&) = delete;
+  SecondName& operator=(const SecondName&) = delete;
+
+ private:
+  std::filesystem::path name_;
+};
+
 /// A process of a person's own that does one thing again and again until its object goes; it is under way
 /// when the object has been made. `step` must not touch what a forked process must not.
 class Persistent {

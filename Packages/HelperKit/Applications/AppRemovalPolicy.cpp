@@ -4,7 +4,9 @@
 #include <optional>
 #include <string_view>
 
+#include "Base/NSError.hpp"
 #include "Base/PathText.hpp"
+#include "Platform/DirectoryHandle.hpp"
 #include "Platform/FileManager.hpp"
 #include "Platform/StandardPath.hpp"
 
@@ -48,6 +50,18 @@ const std::set<std::string>& deniedBasenames() {
   return names;
 }
 
+bool isProtectedItem(const FileDescriptor& folder, const struct stat& item) {
+  const std::set<std::string>& names = deniedBasenames();
+  return std::any_of(names.begin(), names.end(),
+                     [&](const std::string& name) { return isSameItem(folder, name, item); });
+}
+
+bool isUtilities(const FileDescriptor& folder) {
+  struct stat status {};
+  if (fstat(folder.get(), &status) != 0) throwErrno("look at a folder of applications");
+  return isSameItem(folder, "../Utilities", status);
+}
+
 std::string applicationsFolder() { return "/Applications"; }
 
 std::string applicationsFolder(const std::string& home) {
@@ -55,7 +69,7 @@ std::string applicationsFolder(const std::string& home) {
 }
 
 std::string validate(const std::string& path, const std::string& home) {
-  std::string app = standardizingPath(path);
+  std::string app = standardizingPathByName(path);
   if (!app.ends_with(".app") || app.find("/../") != std::string::npos) {
     throw Failure(FailureCase::notAnApp, path);
   }

@@ -39,6 +39,9 @@ void remove(const std::string& path, const std::string& home) {
   }
   if (S_ISLNK(status.st_mode)) throw Failure(FailureCase::symlink, app);
   if (!S_ISDIR(status.st_mode)) throw Failure(FailureCase::missing, app);
+  if (AppRemovalPolicy::isUtilities(item.folder) || AppRemovalPolicy::isProtectedItem(item.folder, status)) {
+    throw Failure(FailureCase::denied, app);
+  }
   removeItem(item);
 }
 

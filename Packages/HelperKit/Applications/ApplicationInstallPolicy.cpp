@@ -76,7 +76,7 @@ std::optional<std::string> bundleID(const FileDescriptor& folder, const std::str
 }
 
 ReceivedApplication validate(const std::string& path, const std::string& home, uid_t peerUID) {
-  const std::string app = standardizingPath(path);
+  const std::string app = standardizingPathByName(path);
   if (!liesInCompanyInbox(app, home)) throw Failure(FailureCase::outsideInbox, app);
   if (!app.ends_with(".app")) throw Failure(FailureCase::notAnApp, app);
   ReceivedItem received = hold(app, home);
@@ -88,7 +88,10 @@ ReceivedApplication validate(const std::string& path, const std::string& home, u
   std::optional<std::string> identifier = bundleID(received.item.folder, received.item.name);
   if (!identifier) throw Failure(FailureCase::notAnApp, app);
   const std::string name = lastPathComponent(app);
-  if (AppRemovalPolicy::deniedBasenames().contains(name)) throw Failure(FailureCase::isProtected, name);
+  if (AppRemovalPolicy::deniedBasenames().contains(name) ||
+      AppRemovalPolicy::isProtectedItem(received.item.folder, *status)) {
+    throw Failure(FailureCase::isProtected, name);
+  }
   return {std::move(received), *std::move(identifier)};
 }
 
@@ -100,8 +103,10 @@ Destination destination(const std::string& name, const std::string& bundleID, co
     if (errno != ENOENT) throwErrno("look at " + target);
     return {.path = target, .holdsOlderCopy = false};
   }
-  if (ApplicationInstallPolicy::bundleID(folder, name) != bundleID)
+  if (AppRemovalPolicy::isProtectedItem(folder, status)) throw Failure(FailureCase::isProtected, name);
+  if (ApplicationInstallPolicy::bundleID(folder, name) != bundleID) {
     throw Failure(FailureCase::otherApp, name);
+  }
   return {.path = target, .holdsOlderCopy = true};
 }
 

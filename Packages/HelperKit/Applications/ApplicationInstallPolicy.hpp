@@ -45,7 +45,8 @@ struct ReceivedApplication {
 };
 
 /// Holds the application at `path`: a folder of that user below the company inbox, with a bundle identifier
-/// and no protected name. Throws Failure; the path that it carries is standardised.
+/// and no protected name, be it another name of the same item. Throws Failure; the path that it carries is
+/// standardised.
 [[nodiscard]] ReceivedApplication validate(const std::string& path, const std::string& home, uid_t peerUID);
 
 /// Where an application of that name goes.
@@ -55,8 +56,8 @@ struct Destination {
 };
 
 /// Where an application goes in the folder `applications`, which is open as `folder`: where nothing is, or
-/// where an application of the same identifier is. Throws Failure (otherApp), or std::system_error when the
-/// folder cannot be looked at.
+/// where an application of the same identifier is. Throws Failure (otherApp; isProtected when what is there
+/// bears a protected name, too), or std::system_error when the folder cannot be looked at.
 [[nodiscard]] Destination destination(const std::string& name, const std::string& bundleID,
                                       const std::string& applications, const FileDescriptor& folder);
 

@@ -1,16 +1,28 @@
 #include "HelperKit/Applications/ApplicationInstallRunner.hpp"
 
+#include <exception>
+
 #include "HelperKit/Applications/ApplicationInstallPolicy.hpp"
 #include "HelperKit/Applications/ApplicationPlacement.hpp"
 #include "HelperKit/Applications/StagedBundle.hpp"
 #include "HelperKit/Applications/StagingFolder.hpp"
 #include "HelperKit/Maintenance/MaintenanceRunner.hpp"
 #include "Platform/DirectoryHandle.hpp"
+#include "Platform/FileManager.hpp"
+#include "Platform/Log.hpp"
 
 namespace molvane::ApplicationInstallRunner {
 
 using ApplicationInstallPolicy::Failure;
 using ApplicationInstallPolicy::FailureCase;
+
+void salvage() try {
+  if (!FileManager::isDirectory(ApplicationInstallPolicy::stagingRoot)) return;
+  const StagingFolder staging(ApplicationInstallPolicy::stagingRoot);
+  ApplicationPlacement(staging, ApplicationInstallPolicy::applications).salvage();
+} catch (const std::exception& error) {
+  logLine(std::string("MolvaneHelper: cannot look for installations that were cut off: ") + error.what());
+}
 
 std::string install(const std::string& path, const std::string& home, uid_t peerUID) {
   const auto app = ApplicationInstallPolicy::validate(path, home, peerUID);
@@ -19,7 +31,6 @@ std::string install(const std::string& path, const std::string& home, uid_t peer
 
   const StagingFolder staging(ApplicationInstallPolicy::stagingRoot);
   const ApplicationPlacement placement(staging, ApplicationInstallPolicy::applications);
-  staging.sweep([&](const FileDescriptor& leftover) { placement.salvage(leftover); });
   placement.sweep();
 
   StagedItem work = staging.makeFolder();

@@ -15,4 +15,8 @@ namespace molvane::ApplicationInstallRunner {
 /// std::system_error; then /Applications is as it was.
 std::string install(const std::string& path, const std::string& home, uid_t peerUID);
 
+/// Puts applications back into /Applications that a helper which was killed had moved out of the way and not
+/// replaced. For the start of the helper. Removes nothing; throws nothing, what cannot be done is logged.
+void salvage();
+
 }  // namespace molvane::ApplicationInstallRunner

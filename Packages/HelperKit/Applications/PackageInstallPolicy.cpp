@@ -83,7 +83,7 @@ std::string describe(FailureCase which, const std::string& payload) {
 std::string inbox(const std::string& home) { return companyInbox(home); }
 
 ReceivedItem validate(const std::string& path, const std::string& home, uid_t peerUID) {
-  const std::string standardized = standardizingPath(path);
+  const std::string standardized = standardizingPathByName(path);
   if (!liesInCompanyInbox(standardized, home)) throw Failure(FailureCase::outsideInbox, standardized);
   ReceivedItem package = hold(standardized, home);
   const std::optional<struct stat> status = package.status();

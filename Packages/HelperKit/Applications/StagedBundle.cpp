@@ -3,13 +3,13 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <cerrno>
 #include <optional>
 #include <system_error>
 #include <utility>
 
 #include "Base/NSError.hpp"
 #include "HelperKit/Applications/ApplicationInstallPolicy.hpp"
+#include "Platform/GrantingAttributes.hpp"
 #include "Platform/posix/TreeWalk.hpp"
 
 namespace molvane {
@@ -19,22 +19,29 @@ namespace {
 using ApplicationInstallPolicy::Failure;
 using ApplicationInstallPolicy::FailureCase;
 
+// The group is often one that everybody is in.
+constexpr mode_t kWidestMode = S_IRWXU | S_IRGRP | S_IXGRP | S_IROTH | S_IXOTH;
+constexpr mode_t kPermissionBits = 07777;
+
+void narrowRights(const FileDescriptor& item, mode_t mode) {
+  removeGrantingAttributes(item);
+  if ((mode & kPermissionBits & ~kWidestMode) == 0) return;
+  if (fchmod(item.get(), mode & kWidestMode) != 0) throwErrno("set the mode of a staged copy");
+}
+
 class Inspection {
  public:
   Inspection(FileDescriptor top, const std::string& path, uid_t owner)
       : walk_(std::move(top), true), path_(path), owner_(owner) {}
 
   void run() {
-    struct stat top {};
-    if (fstat(walk_.folder(), &top) != 0) throwErrno("look at a staged copy");
-    if (top.st_uid != owner_) throw Failure(FailureCase::notOwned, path_);
-    inspectEntries();
+    inspectFolder();
     for (;;) {
       if (const std::optional<std::string> name = walk_.takeRemembered()) {
         if (const int error = walk_.enter(*name); error != 0) {
           throw std::system_error(error, std::generic_category(), "open " + *name);
         }
-        inspectEntries();
+        inspectFolder();
       } else if (walk_.depth() == 1) {
         return;
       } else {
@@ -44,28 +51,37 @@ class Inspection {
   }
 
  private:
-  void inspectEntries() {
-    while (const std::optional<TreeEntry> entry = walk_.next()) {
-      struct stat status {};
-      if (fstatat(walk_.folder(), entry->name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
-        throwErrno("look at a staged copy");
-      }
-      if (status.st_uid != owner_) throw Failure(FailureCase::notOwned, path_);
-      if (S_ISDIR(status.st_mode)) {
-        walk_.remember(*entry);
-      } else if (S_ISREG(status.st_mode)) {
-        dropSetIdBits(entry->name, status.st_mode);
-      } else if (!S_ISLNK(status.st_mode)) {
-        throw Failure(FailureCase::notAnApp, path_);
-      }
+  void inspectFolder() {
+    const FileDescriptor folder(openat(walk_.folder(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    inspect(folder);
+    while (const std::optional<TreeEntry> entry = walk_.next()) inspectEntry(*entry);
+  }
+
+  void inspectEntry(const TreeEntry& entry) {
+    struct stat status {};
+    if (fstatat(walk_.folder(), entry.name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+      throwErrno("look at a staged copy");
+    }
+    requireOwner(status);
+    if (S_ISDIR(status.st_mode)) {
+      walk_.remember(entry);
+    } else if (S_ISREG(status.st_mode)) {
+      inspect(
+          FileDescriptor(openat(walk_.folder(), entry.name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)));
+    } else if (!S_ISLNK(status.st_mode)) {
+      throw Failure(FailureCase::notAnApp, path_);
     }
   }
 
-  void dropSetIdBits(const char* name, mode_t mode) const {
-    constexpr mode_t kPermissions = S_IRWXU | S_IRWXG | S_IRWXO | S_ISVTX;
-    if ((mode & (S_ISUID | S_ISGID)) == 0) return;
-    if (fchmodat(walk_.folder(), name, mode & kPermissions, 0) != 0)
-      throwErrno("set the mode of a staged copy");
+  void inspect(const FileDescriptor& item) const {
+    struct stat status {};
+    if (!item || fstat(item.get(), &status) != 0) throwErrno("look at a staged copy");
+    requireOwner(status);
+    narrowRights(item, status.st_mode);
+  }
+
+  void requireOwner(const struct stat& status) const {
+    if (status.st_uid != owner_) throw Failure(FailureCase::notOwned, path_);
   }
 
   TreeWalk walk_;

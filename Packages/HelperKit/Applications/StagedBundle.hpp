@@ -13,8 +13,9 @@ namespace molvane {
 /// that runs as root may have been led to things that the person cannot read.
 ///
 /// The copy must be a folder that holds nothing but folders, files and links, all of them `peerUID`'s: the
-/// tool keeps owners, so anything else came from elsewhere. Its identifier must be `bundleID`. Set-user-ID
-/// and set-group-ID bits of files are taken away.
+/// tool keeps owners, so anything else came from elsewhere. Its identifier must be `bundleID`. What
+/// gives rights to others is taken away: file capabilities, access control lists, and of the modes all but
+/// what the owner may and reading and executing for the others.
 ///
 /// Throws ApplicationInstallPolicy::Failure about `path`, the original's path (notOwned, notAnApp), or
 /// std::system_error for a copy that cannot be read.

@@ -40,17 +40,18 @@ void removeLogged(const FileDescriptor& folder, const std::string& name, const s
   }
 }
 
-bool trySalvage(const FileDescriptor& leftover, const std::string& path,
-                const StagingFolder::Salvage& salvage) try {
-  salvage(leftover);
-  return true;
-} catch (const std::exception& error) {
-  logLine("MolvaneHelper: leaving the staged copy " + path + ": " + error.what());
-  return false;
+[[noreturn]] void refuseFolderAbove(const std::string& above) {
+  throw ExplainedSystemError(EPERM,
+                             "Nothing can be installed safely: others may change the folder " + above + ".");
 }
 
-[[noreturn]] void refuseFolderAbove(const std::string& above) {
-  throw std::system_error(EPERM, std::generic_category(), above + " is open to others");
+void makePrivateFolder(const std::string& path) try {
+  FileManager::createDirectory(path, S_IRWXU);
+} catch (const std::system_error& error) {
+  const int code = error.code().value();
+  if (code != EPERM && code != ELOOP && code != ENOTDIR) throw;
+  throw ExplainedSystemError(code,
+                             "Nothing can be installed safely: " + path + " is not a folder of the system.");
 }
 
 // Whether somebody other than root and this process's user could rename what is in the folder.
@@ -100,7 +101,7 @@ StagingFolder::Lock::Lock(const FileDescriptor& folder) : folder_(openedAnew(fol
 }
 
 StagingFolder::StagingFolder(const std::string& path) : path_(path), locked_(&folder_) {
-  FileManager::createDirectory(path, S_IRWXU);
+  makePrivateFolder(path);
   requireTrustedFoldersAbove(path);
   folder_.reset(open(path.c_str(), kOpenFolder));
   if (!folder_) throwErrno("open " + path);
@@ -114,30 +115,40 @@ bool StagingFolder::mayBeLeftover(std::string_view name) const {
   return Uuid::parse(name.substr(prefix_.size()).substr(0, kUuidLength)).has_value();
 }
 
-void StagingFolder::sweep(const Salvage& salvage) const try {
-  struct Leftover {
-    std::string name;
-    FileDescriptor item;
-  };
-  std::vector<Leftover> leftovers;
-  {
-    const Lock locked = lock();
-    TreeWalk walk(openedAnew(folder_), false);
-    while (const std::optional<TreeEntry> entry = walk.next()) {
-      if (leftovers.size() == kMostLeftovers) break;
-      if (!mayBeLeftover(entry->name)) continue;
-      FileDescriptor item(openat(folder_.get(), entry->name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-      // Whether one that cannot be opened is in use is not known, be it for want of descriptors.
-      if (!item || flock(item.get(), LOCK_EX | LOCK_NB) != 0) continue;
-      // Where others can write, a name alone says nothing.
-      if (!prefix_.empty() && !isOwnPrivateFolder(item)) continue;
-      leftovers.push_back({entry->name, std::move(item)});
-    }
+std::vector<StagingFolder::Leftover> StagingFolder::leftovers() const {
+  std::vector<Leftover> found;
+  const Lock locked = lock();
+  TreeWalk walk(openedAnew(folder_), false);
+  while (const std::optional<TreeEntry> entry = walk.next()) {
+    if (found.size() == kMostLeftovers) break;
+    if (!mayBeLeftover(entry->name)) continue;
+    FileDescriptor item(openat(folder_.get(), entry->name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    // If it cannot be opened, even for lack of descriptors, assume that it is in use.
+    if (!item || flock(item.get(), LOCK_EX | LOCK_NB) != 0) continue;
+    // Where others can write, a name alone says nothing.
+    if (!prefix_.empty() && !isOwnPrivateFolder(item)) continue;
+    found.push_back({entry->name, std::move(item)});
   }
-  for (const Leftover& leftover : leftovers) {
-    const std::string path = path_ + "/" + leftover.name;
-    if (salvage && isOwnPrivateFolder(leftover.item) && !trySalvage(leftover.item, path, salvage)) continue;
-    removeLogged(folder_, leftover.name, path);
+  return found;
+}
+
+bool StagingFolder::salvageOne(const Leftover& leftover, const Salvage& salvage) const try {
+  if (salvage && isOwnPrivateFolder(leftover.item)) salvage(leftover.item);
+  return true;
+} catch (const std::exception& error) {
+  logLine("MolvaneHelper: leaving " + path_ + "/" + leftover.name + ": " + error.what());
+  return false;
+}
+
+void StagingFolder::salvageLeftovers(const Salvage& salvage) const try {
+  for (const Leftover& leftover : leftovers()) static_cast<void>(salvageOne(leftover, salvage));
+} catch (const std::exception& error) {
+  logLine("MolvaneHelper: cannot salvage from " + path_ + ": " + error.what());
+}
+
+void StagingFolder::sweep(const Salvage& salvage) const try {
+  for (const Leftover& leftover : leftovers()) {
+    if (salvageOne(leftover, salvage)) removeLogged(folder_, leftover.name, path_ + "/" + leftover.name);
   }
 } catch (const std::exception& error) {
   logLine("MolvaneHelper: cannot sweep " + path_ + ": " + error.what());

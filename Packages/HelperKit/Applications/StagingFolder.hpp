@@ -3,6 +3,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "Platform/FileDescriptor.hpp"
 
@@ -22,7 +23,7 @@ class StagedItem {
   /// The item, open: a folder for reading, a file for reading and writing.
   [[nodiscard]] const FileDescriptor& descriptor() const { return item_; }
 
-  /// Leaves the item where it is when this object goes. The next sweep finds it.
+  /// Leaves the item where it is when this object goes. The next sweep salvages it.
   void keep() { name_.clear(); }
 
  private:
@@ -42,7 +43,8 @@ class StagingFolder {
   /// Makes the folder, with those above it, and gives it mode 0700 also where it exists.
   ///
   /// Throws std::system_error: as FileManager::createDirectory does, and EPERM when a folder above belongs
-  /// to somebody else or lets others put something else in this one's place. `path` is absolute.
+  /// to somebody else or lets others put something else in this one's place; an ExplainedSystemError for a
+  /// place that is not safe. `path` is absolute.
   explicit StagingFolder(const std::string& path);
 
   /// The same kind of place in a folder that others may write to, for what must lie on its file system: every
@@ -53,11 +55,15 @@ class StagingFolder {
   StagingFolder(const StagingFolder&) = delete;
   StagingFolder& operator=(const StagingFolder&) = delete;
 
-  /// Called with a leftover folder before it is removed; what it throws keeps the folder where it is.
+  /// Takes out of a leftover folder what must not be lost; what it throws keeps the folder where it is.
   using Salvage = std::function<void(const FileDescriptor& leftover)>;
 
-  /// Removes what requests of a process that was killed have left. What cannot be removed stays and is
-  /// logged. Throws nothing for that.
+  /// Calls `salvage` with each folder that requests of a process that was killed have left, and removes
+  /// nothing. What it throws is logged, with the folder's path. Throws nothing.
+  void salvageLeftovers(const Salvage& salvage) const;
+
+  /// Removes what requests of a process that was killed have left, folders after salvaging. What cannot be
+  /// removed stays and is logged. Throws nothing for that.
   void sweep(const Salvage& salvage = nullptr) const;
 
   /// A new empty folder with mode 0700, or file with mode 0600, under a random name. Throws
@@ -65,8 +71,8 @@ class StagingFolder {
   [[nodiscard]] StagedItem makeFolder() const;
   [[nodiscard]] StagedItem makeFile(std::string_view suffix) const;
 
-  /// While it lives, no other request makes, sweeps or locks in this folder. Held for a few look-ups and
-  /// renames only, never while bytes are copied or a tool runs.
+  /// While it lives, no other request makes, sweeps or locks in this folder. Held for a few look-ups
+  /// and renames, and until these have reached the disk, never while bytes are copied or a tool runs.
   class Lock {
    public:
     explicit Lock(const FileDescriptor& folder);
@@ -77,6 +83,14 @@ class StagingFolder {
   [[nodiscard]] Lock lock() const { return Lock(*locked_); }
 
  private:
+  struct Leftover {
+    std::string name;
+    FileDescriptor item;  // marked as in use
+  };
+  [[nodiscard]] std::vector<Leftover> leftovers() const;
+  // False when the leftover has to stay.
+  [[nodiscard]] bool salvageOne(const Leftover& leftover, const Salvage& salvage) const;
+
   template <typename Open>
   StagedItem make(const std::string& name, Open open) const;
   [[nodiscard]] bool mayBeLeftover(std::string_view name) const;

@@ -51,7 +51,7 @@ std::string_view placeOf(std::string_view path) {
 // The system would take a path with a NUL for another, shorter one.
 std::string standardized(const std::string& path, Case refusal) {
   if (path.find('\0') != std::string::npos) throw DevicePolicyError(refusal, path);
-  return standardizingPath(path);
+  return standardizingPathByName(path);
 }
 
 class FileSystem final : public DeviceFileAccess {

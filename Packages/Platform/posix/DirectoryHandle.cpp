@@ -2,9 +2,11 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 #include "Base/NSError.hpp"
@@ -58,6 +60,10 @@ FileDescriptor openedAnew(const FileDescriptor& folder) {
   return opened;
 }
 
+void syncFolder(const FileDescriptor& folder) {
+  if (fsync(folder.get()) != 0) throwErrno("sync a folder");
+}
+
 HeldItem walkToItem(const std::string& root, const std::string& path) {
   const std::string_view below = root == "/" ? std::string_view() : std::string_view(root);
   if (!path.starts_with(below) || path.size() <= below.size() + 1 || path[below.size()] != '/') {
@@ -80,6 +86,12 @@ HeldItem walkToItem(const std::string& root, const std::string& path) {
     begin = end + 1;
   }
   return {std::move(folder), path.substr(begin)};
+}
+
+bool isSameItem(const FileDescriptor& folder, const std::string& name, const struct stat& item) {
+  struct stat found {};
+  return fstatat(folder.get(), name.c_str(), &found, AT_SYMLINK_NOFOLLOW) == 0 &&
+         found.st_dev == item.st_dev && found.st_ino == item.st_ino;
 }
 
 FileDescriptor openItemFolder(const HeldItem& item) { return openChild(item.folder, item.name, item.name); }

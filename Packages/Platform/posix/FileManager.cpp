@@ -69,9 +69,7 @@ std::string folderOf(const std::string& path) {
 }
 
 // A new folder that is lost in a power cut takes along what was synced inside it.
-void syncFolderOf(const std::string& path) {
-  if (fsync(openFolder(folderOf(path)).get()) != 0) throwErrno("sync the folder of " + path);
-}
+void syncFolderOf(const std::string& path) { syncFolder(openFolder(folderOf(path))); }
 
 // A folder of the process's own, held open so that its mode is set and checked on what it is now.
 class OwnFolder {

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "Base/NSError.hpp"
+#include "Platform/DirectoryHandle.hpp"
 #include "Platform/SecureRandom.hpp"
 
 namespace molvane {
@@ -96,10 +97,6 @@ class TemporaryFile {
   FileDescriptor file_;
 };
 
-void syncFolder(const FileDescriptor& folder, const std::string& name) {
-  if (::fsync(folder.get()) != 0) throwErrno("sync the folder of " + name);
-}
-
 bool exists(const FileDescriptor& folder, const std::string& name) {
   struct stat status {};
   if (::fstatat(folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0) return true;
@@ -179,7 +176,7 @@ HeldFile replaceFile(const FileDescriptor& folder, const std::string& name, std:
   file.write(bytes);
   file.finish(mode);
   FileDescriptor renamed = file.rename(name);
-  syncFolder(folder, name);
+  syncFolder(folder);
   return heldFile(std::move(renamed), name);
 }
 
@@ -256,7 +253,7 @@ std::string setFileAside(const FileDescriptor& folder, const std::string& name) 
     if (exists(folder, aside)) continue;
     if (::renameat(folder.get(), name.c_str(), folder.get(), aside.c_str()) != 0)
       throwErrno("rename to " + aside);
-    syncFolder(folder, aside);
+    syncFolder(folder);
     return aside;
   }
   fail(EEXIST, "set " + name + " aside");

@@ -60,10 +60,12 @@ void forEachComponent(std::string_view path, Use use) {
   }
 }
 
-std::string standardizingAbsolute(std::string_view path) {
+enum class ParentReferences { followLinks, byName };
+
+std::string standardizingAbsolute(std::string_view path, ParentReferences parents) {
   // What is too long to be a file is so as a whole: otherwise a long enough row of ".." would cost as many
   // lookups.
-  const bool asksFileSystem = canNameAFile(path);
+  const bool asksFileSystem = parents == ParentReferences::followLinks && canNameAFile(path);
   std::string result = "/";
   forEachComponent(path, [&](std::string_view component) {
     if (component == "..") {
@@ -98,12 +100,20 @@ std::string withoutPrivatePrefix(std::string path) {
   return path;
 }
 
+std::string standardizing(std::string_view path, ParentReferences parents) {
+  const std::string expanded = expandingTilde(path);
+  if (!isAbsolutePath(expanded)) return standardizingRelative(expanded);
+  return withoutPrivatePrefix(standardizingAbsolute(expanded, parents));
+}
+
 }  // namespace
 
 std::string standardizingPath(std::string_view path) {
-  const std::string expanded = expandingTilde(path);
-  if (!isAbsolutePath(expanded)) return standardizingRelative(expanded);
-  return withoutPrivatePrefix(standardizingAbsolute(expanded));
+  return standardizing(path, ParentReferences::followLinks);
+}
+
+std::string standardizingPathByName(std::string_view path) {
+  return standardizing(path, ParentReferences::byName);
 }
 
 }  // namespace molvane

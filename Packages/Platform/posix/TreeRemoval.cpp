@@ -37,6 +37,9 @@ int unlinkEntry(int folder, const char* name, int flags) {
 }
 
 [[noreturn]] void fail(int error, const std::string& name) {
+  if (error == EXDEV || error == EBUSY) {
+    throw ExplainedSystemError(error, "A volume is mounted on " + name + ". Unmount it first.");
+  }
   errno = error;
   throwErrno("remove " + name);
 }
