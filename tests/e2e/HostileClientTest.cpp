@@ -102,10 +102,11 @@ TEST_F(HostileClient, SendsAStringOfAHundredMebibytes) {
   const std::string huge(std::size_t{100} << 20, 'a');
   const std::string message = methodCall(1, "RunMaintenanceTask", "s", marshalled(huge));
   const auto client = connectAndAuthenticate();
-  if (client->send(message)) {
-    const auto reply = client->receive();
-    EXPECT_TRUE(!reply || reply->error);
-  }
+  ASSERT_TRUE(client->send(message));
+  const auto reply = client->receive();
+  ASSERT_TRUE(reply && reply->error);
+  EXPECT_EQ(stringAt(reply->body, 0), "A request may have 65536 bytes at most.");
+  EXPECT_TRUE(client->seesEnd());
 }
 
 TEST_F(HostileClient, SendsAThousandCallsAtOnce) {

@@ -7,6 +7,7 @@
 #include "HelperProtocol/dbus/Answer.hpp"
 #include "HelperProtocol/dbus/Call.hpp"
 #include "HelperProtocol/dbus/Interfaces.hpp"
+#include "HelperProtocol/dbus/Limits.hpp"
 #include "HelperProtocol/dbus/ProtocolError.hpp"
 
 namespace molvane::dbus {
@@ -86,6 +87,16 @@ bool Exporter::handle(const Message& message, Bytes& answer) {
     writer.error(kNoMemoryError, "The helper is out of memory.");
   }
   return (message.flags & kNoReplyExpected) == 0;
+}
+
+bool Exporter::refuse(const Frame& oversized, Bytes& answer) {
+  if (oversized.type != MessageType::methodCall || (oversized.flags & kNoReplyExpected) != 0) return false;
+  Message call;
+  call.serial = oversized.serial;
+  Answer(answer, nextSerial(), call, client_)
+      .error(kLimitsExceededError,
+             "A request may have " + std::to_string(kMaxRequestSize) + " bytes at most.");
+  return true;
 }
 
 }  // namespace molvane::dbus

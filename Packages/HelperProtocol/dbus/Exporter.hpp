@@ -29,6 +29,9 @@ class Exporter {
   /// its silence. Throws only std::bad_alloc, when not even an error can be written.
   [[nodiscard]] bool handle(const Message& message, Bytes& answer);
 
+  /// Answers in the same way that a message is larger than a request may be.
+  [[nodiscard]] bool refuse(const Frame& oversized, Bytes& answer);
+
  private:
   std::uint32_t nextSerial() noexcept;
 

@@ -102,11 +102,28 @@ TEST_F(HostileClientsTest, GarbageEndsTheConnection) {
 
 TEST_F(HostileClientsTest, TooLargeAMessageIsRefusedBeforeItComes) {
   serve();
-  RawPeer peer = connected();
-  constexpr std::uint32_t kHuge = 100U * 1024 * 1024;
-  peer.send(WireBytes().raw("l\x01").byte(0).byte(1).u32(kHuge).u32(1).u32(64).bytes());
-  EXPECT_TRUE(peer.isLeft());
-  EXPECT_TRUE(served_->waitForInvalidations(1));
+  // The answer does not wait for the message, and the end of the connection does not overtake a client that
+  // sends all of it first.
+  WireMessage tooLarge{.serial = 9, .member = "ApplyCompanyAdmin", .signature = "ay"};
+  tooLarge.body = WireBytes().u32(3'000'000).raw(std::string(3'000'000, 'x')).bytes();
+  const Bytes announced = tooLarge.bytes();
+  for (const std::size_t first : {std::size_t{16}, announced.size()}) {
+    RawPeer peer = connected();
+    ASSERT_TRUE(peer.send(dbus::ByteView(announced).first(first)));
+    const auto answer = peer.receive();
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->errorName, "org.freedesktop.DBus.Error.LimitsExceeded");
+    EXPECT_EQ(answer->replySerial, 9U);
+    EXPECT_TRUE(peer.send(dbus::ByteView(announced).subspan(first)));
+    EXPECT_TRUE(peer.isLeft());
+  }
+  // Without a call to answer, or beyond what the protocol allows, the connection just ends.
+  for (const auto& [type, size] : {std::pair{4U, 100'000U}, {1U, 0xFFFFFFFFU}}) {
+    RawPeer peer = connected();
+    peer.send(WireBytes().raw("l").byte(type).byte(0).byte(1).u32(size).u32(1).u32(64).bytes());
+    EXPECT_FALSE(peer.receive());
+  }
+  EXPECT_TRUE(served_->waitForInvalidations(4));
 
   // The largest that is taken is taken, in pieces of any size.
   RawPeer allowed = connected();

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "HelperProtocol/dbus/ProtocolError.hpp"
-
 namespace molvane::dbus {
 
 namespace {
@@ -62,7 +60,9 @@ std::optional<Message> MessageStream::receive(std::optional<Duration> whole) {
   bool sized = false;
   while (true) {
     if (!sized && available() >= kFrameSize) {
-      size = messageSize(ByteView(buffer_).subspan(begin_, kFrameSize), maxIncoming_);
+      const Frame frame = frameOf(ByteView(buffer_).subspan(begin_, kFrameSize));
+      if (frame.size > maxIncoming_) throw OversizedMessage(frame);
+      size = frame.size;
       sized = true;
     }
     if (sized && available() >= size) break;
@@ -72,6 +72,18 @@ std::optional<Message> MessageStream::receive(std::optional<Duration> whole) {
   }
   last_ = size;
   return decodeMessage(ByteView(buffer_).subspan(begin_, size));
+}
+
+void MessageStream::discard(const Frame& oversized, Duration whole) {
+  const Deadline deadline = std::chrono::steady_clock::now() + whole;
+  std::size_t left = oversized.size;
+  while (left > available()) {
+    left -= available();
+    begin_ = end_ = 0;
+    makeRoom(kUsualSize);
+    if (!readSome(deadline, false)) return;
+  }
+  consume(left);
 }
 
 void MessageStream::send(ByteView bytes, std::optional<Duration> stall) {

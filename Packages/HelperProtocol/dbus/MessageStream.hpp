@@ -6,9 +6,19 @@
 
 #include "HelperProtocol/dbus/Limits.hpp"
 #include "HelperProtocol/dbus/Message.hpp"
+#include "HelperProtocol/dbus/ProtocolError.hpp"
 #include "HelperProtocol/dbus/Socket.hpp"
 
 namespace molvane::dbus {
+
+/// The next message is larger than the stream takes. Only its first bytes were looked at.
+class OversizedMessage : public ProtocolError {
+ public:
+  explicit OversizedMessage(const Frame& message)
+      : ProtocolError("a message larger than is accepted here"), frame(message) {}
+
+  const Frame frame;
+};
 
 /// One end of a connection as a stream of messages. The socket is the caller's and must outlive the stream.
 /// One thread at a time may use it.
@@ -24,9 +34,13 @@ class MessageStream {
   /// to its last (no value: without a limit). Nothing at the end of the stream. What is returned lies in the
   /// stream's buffer until the next call.
   ///
-  /// Throws ProtocolError for what is no message or too large, for an end or a time-out in the middle of one,
-  /// and std::system_error when the socket fails.
+  /// Throws OversizedMessage, ProtocolError for what is no message and for an end or a time-out in the middle
+  /// of one, and std::system_error when the socket fails.
   [[nodiscard]] std::optional<Message> receive(std::optional<Duration> whole);
+
+  /// After OversizedMessage: reads the message to its end and keeps nothing of it, for no longer than
+  /// `whole`. Throws like receive().
+  void discard(const Frame& oversized, Duration whole);
 
   /// Sends all of `bytes`. Throws ProtocolError when the other end takes nothing for the time `stall` (no
   /// value: waits for ever), std::system_error when the socket fails.

@@ -28,7 +28,7 @@ void ServerConnection::serve() noexcept {
   try {
     if (!object_ || !peerIsTrusted()) return;
     handshake();
-    answerCalls();
+    converse();
   } catch (...) {
     // A peer that breaks the rules, dawdles or vanishes is a peer that leaves: there is nobody to tell, and a
     // line in the log for each would hand the log to whoever can connect. The same goes for a lack of memory.
@@ -54,8 +54,16 @@ void ServerConnection::handshake() {
   }
 }
 
-void ServerConnection::answerCalls() {
+void ServerConnection::converse() {
   Exporter exporter(object_, ":1." + std::to_string(number_));
+  try {
+    answerCalls(exporter);
+  } catch (const OversizedMessage& message) {
+    refuse(message.frame, exporter);
+  }
+}
+
+void ServerConnection::answerCalls(Exporter& exporter) {
   Bytes answer;
   while (const std::optional<Message> message = stream_.receive(surroundings_.limits.incomingMessage)) {
     if (exporter.handle(*message, answer)) {
@@ -66,6 +74,14 @@ void ServerConnection::answerCalls() {
     }
     if (answer.capacity() > kKeptAnswer) answer = Bytes();
   }
+}
+
+// A client that is still sending would take the end of the connection for the answer.
+void ServerConnection::refuse(const Frame& oversized, Exporter& exporter) {
+  Bytes answer;
+  if (!exporter.refuse(oversized, answer)) return;
+  stream_.send(answer, surroundings_.limits.sendStall);
+  stream_.discard(oversized, surroundings_.limits.incomingMessage);
 }
 
 void ServerConnection::invalidate() noexcept {

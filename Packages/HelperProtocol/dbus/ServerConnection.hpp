@@ -14,6 +14,8 @@
 
 namespace molvane::dbus {
 
+class Exporter;
+
 /// The helper's end of one connection over a Unix socket.
 ///
 /// The listener makes it, offers it to its delegate, and lends it a thread once it has been resumed.
@@ -55,7 +57,9 @@ class ServerConnection final : public PeerConnection {
  private:
   [[nodiscard]] bool peerIsTrusted();
   void handshake();
-  void answerCalls();
+  void converse();
+  void answerCalls(Exporter& exporter);
+  void refuse(const Frame& oversized, Exporter& exporter);
 
   FileDescriptor socket_;
   const std::uint32_t peerUID_;
