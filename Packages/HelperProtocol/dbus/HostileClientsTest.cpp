@@ -201,6 +201,38 @@ TEST_F(HostileClientsTest, ACallGoesOnWhenItsCallerVanishes) {
   EXPECT_EQ(served_->helper().takeCalls().size(), 1U);
 }
 
+// As when a client hands its socket on: whoever holds it now was never checked.
+TEST_F(HostileClientsTest, AConnectionEndsWithTheProcessThatWasChecked) {
+  serve();
+  std::atomic<bool> entered = false;
+  std::atomic<bool> mayEnd = false;
+  served_->helper().setBeforeReply([&] {
+    entered = true;
+    entered.notify_one();
+    mayEnd.wait(false);
+    return true;
+  });
+  RawPeer idle = connected();
+  RawPeer halfway = connected();
+  halfway.send(dbus::ByteView(ping(1)).first(40));
+  RawPeer busy = connected();
+  Bytes two = ping(1);
+  const Bytes second = ping(2);
+  two.insert(two.end(), second.begin(), second.end());
+  busy.send(two);
+  entered.wait(false);
+
+  served_->endPeerProcesses();
+  EXPECT_TRUE(idle.isLeft());
+  EXPECT_TRUE(halfway.isLeft());
+  mayEnd = true;
+  mayEnd.notify_one();
+  EXPECT_TRUE(busy.receive());
+  EXPECT_TRUE(busy.isLeft());
+  EXPECT_TRUE(served_->waitForInvalidations(3));
+  EXPECT_EQ(served_->helper().takeCalls().size(), 1U);
+}
+
 TEST_F(HostileClientsTest, OneUserCannotTakeAllConnections) {
   std::atomic<std::uint32_t> uid = 1000;
   serve({.peerUID = [&uid](const FileDescriptor&) { return uid.load(); }});

@@ -36,9 +36,11 @@ void ServerConnection::serve() noexcept {
 }
 
 bool ServerConnection::peerIsTrusted() {
-  const CodeVerdict verdict = requirement_ ? surroundings_.codeSigning.checkPeer(socket_, *requirement_)
-                                           : CodeVerdict{"no requirement was set"};
+  PeerVerdict verdict = requirement_ ? surroundings_.codeSigning.checkPeer(socket_, *requirement_)
+                                     : PeerVerdict{{"no requirement was set"}, {}};
   if (!verdict.satisfied()) logLine("MolvaneHelper: refused peer: " + verdict.problem);
+  process_ = std::move(verdict.process);
+  stream_.endWith(process_);
   return verdict.satisfied();
 }
 

@@ -44,7 +44,8 @@ class ServerConnection final : public PeerConnection {
   [[nodiscard]] bool resumed() const noexcept { return resumed_; }
 
   /// Serves the peer until the connection ends: checks its code, shakes hands, answers its calls. A peer for
-  /// which no requirement or no object was set is turned away.
+  /// which no requirement or no object was set is turned away. The connection ends with the process that was
+  /// checked, whoever else holds the peer's socket; each call is answered only if that process still lives.
   void serve() noexcept;
 
   /// Lets go of the exported object and calls the invalidation handler. Call it once, after serve() or in its
@@ -62,6 +63,7 @@ class ServerConnection final : public PeerConnection {
   void refuse(const Frame& oversized, Exporter& exporter);
 
   FileDescriptor socket_;
+  FileDescriptor process_;  // readable once the process that was checked has ended
   const std::uint32_t peerUID_;
   const std::uint64_t number_;
   const Surroundings& surroundings_;
