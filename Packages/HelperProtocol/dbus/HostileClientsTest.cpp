@@ -235,7 +235,9 @@ TEST_F(HostileClientsTest, AConnectionEndsWithTheProcessThatWasChecked) {
 
 TEST_F(HostileClientsTest, OneUserCannotTakeAllConnections) {
   std::atomic<std::uint32_t> uid = 1000;
-  serve({.peerUID = [&uid](const FileDescriptor&) { return uid.load(); }});
+  dbus::Limits limits;
+  limits.silence = std::chrono::hours(1);
+  serve({.limits = limits, .peerUID = [&uid](const FileDescriptor&) { return uid.load(); }});
   std::list<RawPeer> peers;
   int refused = 0;
   for (int i = 0; i < 200; ++i) {
@@ -260,13 +262,78 @@ TEST_F(HostileClientsTest, OneUserCannotTakeAllConnections) {
   EXPECT_TRUE(RawPeer(served_->socketPath()).shakeHands());
 }
 
-TEST_F(HostileClientsTest, AllUsersTogetherCannotTakeMoreThanThereAre) {
+// Six users take as many as they get and say nothing. All users together cannot have more than there are.
+TEST_F(HostileClientsTest, EachUserLeavesPlacesForTheNext) {
   std::atomic<std::uint32_t> uid = 0;
   dbus::Limits limits;
-  limits.connections = 3;
-  serve({.limits = limits, .peerUID = [&uid](const FileDescriptor&) { return uid++; }});
-  const RawPeer peers[] = {connected(), connected(), connected()};
-  EXPECT_FALSE(RawPeer(served_->socketPath()).shakeHands());
+  limits.silence = std::chrono::hours(1);
+  limits.connections = 64;
+  limits.connectionsPerUser = 16;
+  serve({.limits = limits, .peerUID = [&uid](const FileDescriptor&) { return uid.load(); }});
+  std::list<RawPeer> peers;
+  const auto places = [&](int wanted) {
+    int taken = 0;
+    for (++uid; taken < wanted; ++taken) {
+      if (!peers.emplace_back(served_->socketPath()).shakeHands()) break;
+    }
+    return taken;
+  };
+  for (const int share : {16, 16, 8, 4, 3, 2}) EXPECT_EQ(places(20), share);
+  for (int others = 0; others < 15; ++others) EXPECT_EQ(places(1), 1);
+  EXPECT_EQ(places(1), 0);
+}
+
+TEST_F(HostileClientsTest, ASilentConnectionInTheWayMakesRoom) {
+  std::atomic<std::uint32_t> uid = 1;
+  dbus::Limits limits;
+  limits.silence = std::chrono::seconds(0);
+  limits.connections = 4;
+  serve({.limits = limits, .peerUID = [&uid](const FileDescriptor&) { return uid.load(); }});
+  const auto isLetIn = [this] { return RawPeer(served_->socketPath()).shakeHands(); };
+  // A connection that has been answered is silent only a moment later.
+  std::list<RawPeer> newcomers;
+  const auto comeInTheEnd = [&]() -> RawPeer& {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (!newcomers.emplace_back(served_->socketPath()).shakeHands()) {
+      if (std::chrono::steady_clock::now() > deadline) throw std::runtime_error("nobody made way");
+      newcomers.pop_back();
+    }
+    return newcomers.back();
+  };
+  std::atomic<bool> entered = false;
+  std::atomic<bool> mayEnd = false;
+  RawPeer silent = connected();
+  RawPeer busy = connected();
+  served_->helper().setBeforeReply([&] {
+    entered = true;
+    entered.notify_one();
+    mayEnd.wait(false);
+    return true;
+  });
+  busy.send(ping(77));
+  entered.wait(false);
+  uid = 2;
+  RawPeer second = connected();
+  uid = 3;
+  RawPeer third = connected();
+
+  // All places are taken, and the first user has two.
+  uid = 4;
+  RawPeer& fourth = comeInTheEnd();
+  EXPECT_TRUE(silent.isLeft());
+  // Nobody has more than another has now; and a call is never in the way.
+  uid = 5;
+  EXPECT_FALSE(isLetIn());
+  uid = 1;
+  EXPECT_FALSE(isLetIn());
+  mayEnd = true;
+  mayEnd.notify_one();
+  EXPECT_TRUE(busy.receive());
+  served_->helper().setBeforeReply(nullptr);
+  // One's own silence is in one's own way.
+  RawPeer& anew = comeInTheEnd();
+  EXPECT_TRUE(busy.isLeft());
+  for (RawPeer* peer : {&second, &third, &fourth, &anew}) EXPECT_TRUE(isServed(*peer));
 }
 
 TEST_F(HostileClientsTest, DescriptorsThatArePassedDoNotStay) {

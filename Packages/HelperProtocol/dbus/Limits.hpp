@@ -31,6 +31,9 @@ struct Limits {
   /// How long the other end may take nothing of what is being sent to it.
   Duration sendStall = std::chrono::seconds(30);
 
+  /// How long a connection without a call is safe from being ended for the sake of another.
+  Duration silence = std::chrono::seconds(10);
+
   std::size_t connectionsPerUser = 128;
   std::size_t connections = 512;
 

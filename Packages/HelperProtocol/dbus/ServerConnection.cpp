@@ -24,15 +24,17 @@ ServerConnection::ServerConnection(FileDescriptor socket, std::uint32_t peerUID,
       surroundings_(surroundings),
       stream_(socket_, kMaxRequestSize) {}
 
-void ServerConnection::serve() noexcept {
+bool ServerConnection::serve() noexcept {
   try {
-    if (!object_ || !peerIsTrusted()) return;
-    handshake();
-    converse();
+    if (object_ && peerIsTrusted()) {
+      handshake();
+      converse();
+    }
   } catch (...) {
     // A peer that breaks the rules, dawdles or vanishes is a peer that leaves: there is nobody to tell, and a
     // line in the log for each would hand the log to whoever can connect. The same goes for a lack of memory.
   }
+  return silence_.end();
 }
 
 bool ServerConnection::peerIsTrusted() {
@@ -67,7 +69,7 @@ void ServerConnection::converse() {
 
 void ServerConnection::answerCalls(Exporter& exporter) {
   Bytes answer;
-  while (const std::optional<Message> message = stream_.receive(surroundings_.limits.incomingMessage)) {
+  while (const std::optional<Message> message = nextMessage()) {
     if (exporter.handle(*message, answer)) {
       stream_.send(answer, surroundings_.limits.sendStall);
     } else if (hasHungUp(socket_)) {
@@ -76,6 +78,12 @@ void ServerConnection::answerCalls(Exporter& exporter) {
     }
     if (answer.capacity() > kKeptAnswer) answer = Bytes();
   }
+}
+
+std::optional<Message> ServerConnection::nextMessage() {
+  silence_.begin();
+  const std::optional<Message> message = stream_.receive(surroundings_.limits.incomingMessage);
+  return silence_.end() ? message : std::nullopt;
 }
 
 // A client that is still sending would take the end of the connection for the answer.
@@ -93,6 +101,12 @@ void ServerConnection::invalidate() noexcept {
   } catch (...) {
     // The handler has been called; what it makes of it is its own affair, and not a reason to end the helper.
   }
+}
+
+bool ServerConnection::makeWay() noexcept {
+  if (!silence_.breakOff()) return false;
+  shutDown();
+  return true;
 }
 
 void ServerConnection::shutDown() noexcept { dbus::shutDown(socket_); }
