@@ -32,6 +32,30 @@ Bytes ping(std::uint32_t serial, char order = 'l') {
   return WireMessage{.order = order, .serial = serial}.bytes();
 }
 
+/// Holds calls in the helper until it lets them go.
+class HeldCall {
+ public:
+  explicit HeldCall(RecordingHelper& helper) {
+    helper.setBeforeReply([this] {
+      set(begun_);
+      released_.wait(false);
+      return true;
+    });
+  }
+
+  void await() const { begun_.wait(false); }
+  void release() { set(released_); }
+
+ private:
+  static void set(std::atomic<bool>& flag) {
+    flag = true;
+    flag.notify_all();
+  }
+
+  std::atomic<bool> begun_ = false;
+  std::atomic<bool> released_ = false;
+};
+
 class HostileClientsTest : public ::testing::Test {
  protected:
   void serve(ServedHelper::Options options = {}) {
@@ -179,24 +203,16 @@ TEST_F(HostileClientsTest, WhoeverDoesNotReadAnswersIsDropped) {
 
 TEST_F(HostileClientsTest, ACallGoesOnWhenItsCallerVanishes) {
   serve();
-  std::atomic<bool> entered = false;
-  std::atomic<bool> mayEnd = false;
-  served_->helper().setBeforeReply([&] {
-    entered = true;
-    entered.notify_one();
-    mayEnd.wait(false);
-    return true;
-  });
+  HeldCall held(served_->helper());
   RawPeer peer = connected();
   // Only that one: what waits behind it is not begun for nobody.
   for (std::uint32_t serial = 1; serial <= 3; ++serial) {
     peer.send(WireMessage{.flags = dbus::kNoReplyExpected, .serial = serial}.bytes());
   }
-  entered.wait(false);
+  held.await();
   peer.leave();
   EXPECT_EQ(served_->invalidated(), 0);
-  mayEnd = true;
-  mayEnd.notify_one();
+  held.release();
   EXPECT_TRUE(served_->waitForInvalidations(1));
   EXPECT_EQ(served_->helper().takeCalls().size(), 1U);
 }
@@ -204,14 +220,7 @@ TEST_F(HostileClientsTest, ACallGoesOnWhenItsCallerVanishes) {
 // As when a client hands its socket on: whoever holds it now was never checked.
 TEST_F(HostileClientsTest, AConnectionEndsWithTheProcessThatWasChecked) {
   serve();
-  std::atomic<bool> entered = false;
-  std::atomic<bool> mayEnd = false;
-  served_->helper().setBeforeReply([&] {
-    entered = true;
-    entered.notify_one();
-    mayEnd.wait(false);
-    return true;
-  });
+  HeldCall held(served_->helper());
   RawPeer idle = connected();
   RawPeer halfway = connected();
   halfway.send(dbus::ByteView(ping(1)).first(40));
@@ -220,13 +229,12 @@ TEST_F(HostileClientsTest, AConnectionEndsWithTheProcessThatWasChecked) {
   const Bytes second = ping(2);
   two.insert(two.end(), second.begin(), second.end());
   busy.send(two);
-  entered.wait(false);
+  held.await();
 
   served_->endPeerProcesses();
   EXPECT_TRUE(idle.isLeft());
   EXPECT_TRUE(halfway.isLeft());
-  mayEnd = true;
-  mayEnd.notify_one();
+  held.release();
   EXPECT_TRUE(busy.receive());
   EXPECT_TRUE(busy.isLeft());
   EXPECT_TRUE(served_->waitForInvalidations(3));
@@ -300,18 +308,11 @@ TEST_F(HostileClientsTest, ASilentConnectionInTheWayMakesRoom) {
     }
     return newcomers.back();
   };
-  std::atomic<bool> entered = false;
-  std::atomic<bool> mayEnd = false;
   RawPeer silent = connected();
   RawPeer busy = connected();
-  served_->helper().setBeforeReply([&] {
-    entered = true;
-    entered.notify_one();
-    mayEnd.wait(false);
-    return true;
-  });
+  HeldCall held(served_->helper());
   busy.send(ping(77));
-  entered.wait(false);
+  held.await();
   uid = 2;
   RawPeer second = connected();
   uid = 3;
@@ -326,10 +327,8 @@ TEST_F(HostileClientsTest, ASilentConnectionInTheWayMakesRoom) {
   EXPECT_FALSE(isLetIn());
   uid = 1;
   EXPECT_FALSE(isLetIn());
-  mayEnd = true;
-  mayEnd.notify_one();
+  held.release();
   EXPECT_TRUE(busy.receive());
-  served_->helper().setBeforeReply(nullptr);
   // One's own silence is in one's own way.
   RawPeer& anew = comeInTheEnd();
   EXPECT_TRUE(busy.isLeft());
