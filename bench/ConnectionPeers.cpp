@@ -2,6 +2,7 @@
 
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -30,8 +31,8 @@ using std::chrono::seconds;
 
 class TrustingCodeSigning final : public CodeSigning {
  public:
-  CodeVerdict checkPeer(const FileDescriptor& /*socket*/, std::string_view /*requirement*/) override {
-    return {};
+  PeerVerdict checkPeer(const FileDescriptor& /*socket*/, std::string_view /*requirement*/) override {
+    return {{}, FileDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, ::getpid(), 0)))};
   }
   CodeVerdict checkFile(const std::string& /*path*/, std::string_view /*requirement*/) override { return {}; }
 };

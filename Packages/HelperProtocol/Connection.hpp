@@ -41,7 +41,8 @@ class PeerConnection {
   [[nodiscard]] virtual std::uint32_t effectiveUserIdentifier() const = 0;
 
   /// The requirement that the peer's code must satisfy. No message of the peer is dispatched before the check
-  /// has passed; a peer that fails it is disconnected and the invalidation handler runs.
+  /// has passed, or after the process that was checked has ended; a peer that fails it is disconnected and
+  /// the invalidation handler runs.
   virtual void setCodeSigningRequirement(std::string requirement) = 0;
 
   /// The object that answers the peer's calls, one call at a time and in order.

@@ -80,8 +80,8 @@ class FilesOfAMac final : public DeviceFileAccess {
 
 class SignedPaths final : public CodeSigning {
  public:
-  CodeVerdict checkPeer(const FileDescriptor& /*socket*/, std::string_view /*requirement*/) override {
-    return {"not asked for"};
+  PeerVerdict checkPeer(const FileDescriptor& /*socket*/, std::string_view /*requirement*/) override {
+    return {{"not asked for"}, {}};
   }
   CodeVerdict checkFile(const std::string& path, std::string_view requirement) override {
     requirements.emplace_back(requirement);

@@ -17,9 +17,13 @@ Header Answer::header(MessageType type, std::string_view errorName,
   header.type = type;
   header.flags = kNoReplyExpected;
   header.serial = serial_;
-  header.replySerial = replySerial_;
+  header.replySerial = call_.serial;
   header.errorName = errorName;
   header.signature = signature;
+  if (client_.hasSaidHello) {
+    header.sender = senderOfAnswerTo(call_);
+    header.destination = client_.uniqueName;
+  }
   return header;
 }
 

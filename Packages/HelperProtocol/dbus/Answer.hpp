@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Base/NSError.hpp"
+#include "HelperProtocol/dbus/BusClient.hpp"
 #include "HelperProtocol/dbus/Message.hpp"
 
 namespace molvane::dbus {
@@ -12,9 +13,9 @@ namespace molvane::dbus {
 /// Writes the one answer to a call into a buffer. Each call begins the answer anew; the last one counts.
 class Answer {
  public:
-  /// `serial` is the answer's own, `replySerial` that of the call. The buffer must outlive the answer.
-  Answer(Bytes& buffer, std::uint32_t serial, std::uint32_t replySerial) noexcept
-      : buffer_(buffer), serial_(serial), replySerial_(replySerial) {}
+  /// `serial` is the answer's own. All three references must outlive the answer.
+  Answer(Bytes& buffer, std::uint32_t serial, const Message& call, const BusClient& client) noexcept
+      : buffer_(buffer), serial_(serial), call_(call), client_(client) {}
 
   /// Answers with values of the types `signature`, which `writeBody` writes to the Encoder& that it is given.
   template <typename WriteBody>
@@ -36,7 +37,8 @@ class Answer {
 
   Bytes& buffer_;
   std::uint32_t serial_;
-  std::uint32_t replySerial_;
+  const Message& call_;
+  const BusClient& client_;
 };
 
 /// The error that a message of the type error carries: Answer::error undone. What came under a name that is

@@ -18,11 +18,11 @@ namespace molvane::dbus {
 class Call {
  public:
   Call(MolvaneHelperXPCProtocol& object, const Method& method, const Message& message, Answer& answer,
-       std::string_view uniqueName) noexcept
-      : object_(object), method_(method), message_(message), answer_(answer), uniqueName_(uniqueName) {}
+       BusClient& client) noexcept
+      : object_(object), method_(method), message_(message), answer_(answer), client_(client) {}
 
   [[nodiscard]] const Message& message() const noexcept { return message_; }
-  [[nodiscard]] std::string_view uniqueName() const noexcept { return uniqueName_; }
+  [[nodiscard]] BusClient& client() const noexcept { return client_; }
 
   /// Calls a method without an argument on the object, and answers with what it replied.
   template <typename... Values>
@@ -105,7 +105,7 @@ class Call {
   const Method& method_;
   const Message& message_;
   Answer& answer_;
-  std::string_view uniqueName_;
+  BusClient& client_;
 };
 
 }  // namespace molvane::dbus

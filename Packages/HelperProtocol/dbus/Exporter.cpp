@@ -7,6 +7,7 @@
 #include "HelperProtocol/dbus/Answer.hpp"
 #include "HelperProtocol/dbus/Call.hpp"
 #include "HelperProtocol/dbus/Interfaces.hpp"
+#include "HelperProtocol/dbus/Limits.hpp"
 #include "HelperProtocol/dbus/ProtocolError.hpp"
 
 namespace molvane::dbus {
@@ -26,6 +27,10 @@ void refuse(const Message& message, bool interfaceExists, Answer& answer) {
 
 /// The method that `message` means. Without an interface, the first one of that name.
 const ExportedMethod* find(const Message& message, Answer& answer) {
+  if (!isServed(message.destination)) {
+    answer.error(kServiceUnknownError, "No service here has the name " + std::string(message.destination));
+    return nullptr;
+  }
   bool interfaceExists = false;
   for (const Interface& interface : interfacesAt(message.path)) {
     if (!message.interface.empty() && message.interface != interface.name) continue;
@@ -53,7 +58,7 @@ NSError Call::errorInFlight() {
 }
 
 Exporter::Exporter(std::shared_ptr<MolvaneHelperXPCProtocol> object, std::string uniqueName)
-    : object_(std::move(object)), uniqueName_(std::move(uniqueName)) {}
+    : object_(std::move(object)), client_{std::move(uniqueName)} {}
 
 std::uint32_t Exporter::nextSerial() noexcept {
   if (++serial_ == 0) ++serial_;
@@ -62,7 +67,7 @@ std::uint32_t Exporter::nextSerial() noexcept {
 
 bool Exporter::handle(const Message& message, Bytes& answer) {
   if (message.type != MessageType::methodCall) return false;
-  Answer writer(answer, nextSerial(), message.serial);
+  Answer writer(answer, nextSerial(), message, client_);
   try {
     if (const ExportedMethod* exported = find(message, writer); exported == nullptr) {
       // The refusal is the answer.
@@ -70,7 +75,7 @@ bool Exporter::handle(const Message& message, Bytes& answer) {
       writer.error(kInvalidArgsError, "Expected arguments of the types '" + std::string(exported->method.in) +
                                           "', not '" + std::string(message.signature) + "'");
     } else {
-      Call call(*object_, exported->method, message, writer, uniqueName_);
+      Call call(*object_, exported->method, message, writer, client_);
       exported->carryOut(call);
     }
   } catch (const ProtocolError& error) {
@@ -82,6 +87,16 @@ bool Exporter::handle(const Message& message, Bytes& answer) {
     writer.error(kNoMemoryError, "The helper is out of memory.");
   }
   return (message.flags & kNoReplyExpected) == 0;
+}
+
+bool Exporter::refuse(const Frame& oversized, Bytes& answer) {
+  if (oversized.type != MessageType::methodCall || (oversized.flags & kNoReplyExpected) != 0) return false;
+  Message call;
+  call.serial = oversized.serial;
+  Answer(answer, nextSerial(), call, client_)
+      .error(kLimitsExceededError,
+             "A request may have " + std::to_string(kMaxRequestSize) + " bytes at most.");
+  return true;
 }
 
 }  // namespace molvane::dbus

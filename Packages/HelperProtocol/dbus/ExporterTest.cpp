@@ -115,11 +115,53 @@ TEST_F(ExporterTest, StandsOnWhatEveryConnectionHas) {
   EXPECT_EQ(errorOf(peer("Gnip")), kError + "UnknownObject");
   const std::string id = textOf(peer("GetMachineId"));
   EXPECT_TRUE(id.size() == 32 || errorOf(peer("GetMachineId")) == kError + "FileNotFound") << id;
-  EXPECT_EQ(textOf([](auto& m) {
-              m.path = "/org/freedesktop/DBus", m.interface = m.destination = "org.freedesktop.DBus",
-              m.member = "Hello";
-            }),
-            ":1.7");
+}
+
+// The answers that libraries for a bus wait for before they make the call that they were asked for.
+TEST_F(ExporterTest, IsABusToThoseWhoSayHello) {
+  const auto bus = [](const char* member, const char* signature = "", const Bytes& body = {}) {
+    return [=](WireMessage& m) {
+      m.path = "/org/freedesktop/DBus", m.interface = m.destination = "org.freedesktop.DBus";
+      m.member = member, m.signature = signature, m.body = body;
+    };
+  };
+  const auto named = [&](const char* member, const char* name) {
+    return bus(member, "s", WireBytes().string(name).bytes());
+  };
+  const auto addresses = [this](const auto& change) {
+    const auto message = answer(change);
+    return std::string(message->sender) + " to " + std::string(message->destination);
+  };
+  EXPECT_EQ(addresses([](auto&) {}), " to ");
+  EXPECT_EQ(addresses(bus("Hello")), "org.freedesktop.DBus to :1.7");
+  EXPECT_EQ(addresses([](auto&) {}), ":1.0 to :1.7");
+  EXPECT_EQ(addresses([](auto& m) { m.destination = "com.molvane.helper"; }), ":1.0 to :1.7");
+  EXPECT_EQ(errorOf(bus("Hello")), kError + "Failed");
+
+  EXPECT_EQ(errorOf(named("AddMatch", "type='signal'")), "");
+  EXPECT_EQ(errorOf(named("RemoveMatch", "type='signal'")), "");
+  for (const auto& [name, owner] : {std::pair{"com.molvane.helper", ":1.0"},
+                                    {":1.0", ":1.0"},
+                                    {":1.7", ":1.7"},
+                                    {"org.freedesktop.DBus", "org.freedesktop.DBus"}}) {
+    EXPECT_EQ(textOf(named("GetNameOwner", name)), owner);
+    EXPECT_EQ(answer(named("NameHasOwner", name))->body.front(), 1);
+  }
+  EXPECT_EQ(errorOf(named("GetNameOwner", ":1.8")), kError + "NameHasNoOwner");
+  EXPECT_EQ(answer(named("NameHasOwner", ":1.8"))->body.front(), 0);
+  EXPECT_THAT(std::string(dbus::asText(answer(bus("ListNames"))->body)),
+              AllOf(HasSubstr("com.molvane.helper"), HasSubstr(":1.0"), HasSubstr(":1.7")));
+  const auto start = [&](const char* name) {
+    return bus("StartServiceByName", "su", WireBytes().string(name).u32(0).bytes());
+  };
+  EXPECT_EQ(answer(start("com.molvane.helper"))->arguments().uint32(), 2U);
+  EXPECT_EQ(errorOf(start("com.example.other")), kError + "ServiceUnknown");
+
+  static_cast<void>(helper_->takeCalls());
+  for (const char* other : {"com.example.other", ":1.7", ":1.8"}) {
+    EXPECT_EQ(errorOf([&](auto& m) { m.destination = other; }), kError + "ServiceUnknown");
+  }
+  EXPECT_THAT(helper_->takeCalls(), IsEmpty());
 }
 
 TEST_F(ExporterTest, DescribesItselfAndThePathsAboveIt) {

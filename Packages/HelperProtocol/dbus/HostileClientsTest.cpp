@@ -11,7 +11,6 @@
 #include <random>
 #include <string>
 
-#include "HelperProtocol/dbus/Proxy.hpp"
 #include "HelperProtocol/testing/RawPeer.hpp"
 #include "HelperProtocol/testing/ServedHelper.hpp"
 #include "HelperProtocol/testing/WireBytes.hpp"
@@ -31,6 +30,30 @@ constexpr std::chrono::milliseconds kSoon{100};
 Bytes ping(std::uint32_t serial, char order = 'l') {
   return WireMessage{.order = order, .serial = serial}.bytes();
 }
+
+/// Holds calls in the helper until it lets them go.
+class HeldCall {
+ public:
+  explicit HeldCall(RecordingHelper& helper) {
+    helper.setBeforeReply([this] {
+      set(begun_);
+      released_.wait(false);
+      return true;
+    });
+  }
+
+  void await() const { begun_.wait(false); }
+  void release() { set(released_); }
+
+ private:
+  static void set(std::atomic<bool>& flag) {
+    flag = true;
+    flag.notify_all();
+  }
+
+  std::atomic<bool> begun_ = false;
+  std::atomic<bool> released_ = false;
+};
 
 class HostileClientsTest : public ::testing::Test {
  protected:
@@ -102,11 +125,28 @@ TEST_F(HostileClientsTest, GarbageEndsTheConnection) {
 
 TEST_F(HostileClientsTest, TooLargeAMessageIsRefusedBeforeItComes) {
   serve();
-  RawPeer peer = connected();
-  constexpr std::uint32_t kHuge = 100U * 1024 * 1024;
-  peer.send(WireBytes().raw("l\x01").byte(0).byte(1).u32(kHuge).u32(1).u32(64).bytes());
-  EXPECT_TRUE(peer.isLeft());
-  EXPECT_TRUE(served_->waitForInvalidations(1));
+  // The answer does not wait for the message, and the end of the connection does not overtake a client that
+  // sends all of it first.
+  WireMessage tooLarge{.serial = 9, .member = "ApplyCompanyAdmin", .signature = "ay"};
+  tooLarge.body = WireBytes().u32(3'000'000).raw(std::string(3'000'000, 'x')).bytes();
+  const Bytes announced = tooLarge.bytes();
+  for (const std::size_t first : {std::size_t{16}, announced.size()}) {
+    RawPeer peer = connected();
+    ASSERT_TRUE(peer.send(dbus::ByteView(announced).first(first)));
+    const auto answer = peer.receive();
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->errorName, "org.freedesktop.DBus.Error.LimitsExceeded");
+    EXPECT_EQ(answer->replySerial, 9U);
+    EXPECT_TRUE(peer.send(dbus::ByteView(announced).subspan(first)));
+    EXPECT_TRUE(peer.isLeft());
+  }
+  // Without a call to answer, or beyond what the protocol allows, the connection just ends.
+  for (const auto& [type, size] : {std::pair{4U, 100'000U}, {1U, 0xFFFFFFFFU}}) {
+    RawPeer peer = connected();
+    peer.send(WireBytes().raw("l").byte(type).byte(0).byte(1).u32(size).u32(1).u32(64).bytes());
+    EXPECT_FALSE(peer.receive());
+  }
+  EXPECT_TRUE(served_->waitForInvalidations(4));
 
   // The largest that is taken is taken, in pieces of any size.
   RawPeer allowed = connected();
@@ -162,62 +202,112 @@ TEST_F(HostileClientsTest, WhoeverDoesNotReadAnswersIsDropped) {
 
 TEST_F(HostileClientsTest, ACallGoesOnWhenItsCallerVanishes) {
   serve();
-  std::atomic<bool> entered = false;
-  std::atomic<bool> mayEnd = false;
-  served_->helper().setBeforeReply([&] {
-    entered = true;
-    entered.notify_one();
-    mayEnd.wait(false);
-    return true;
-  });
+  HeldCall held(served_->helper());
   RawPeer peer = connected();
   // Only that one: what waits behind it is not begun for nobody.
   for (std::uint32_t serial = 1; serial <= 3; ++serial) {
     peer.send(WireMessage{.flags = dbus::kNoReplyExpected, .serial = serial}.bytes());
   }
-  entered.wait(false);
+  held.await();
   peer.leave();
   EXPECT_EQ(served_->invalidated(), 0);
-  mayEnd = true;
-  mayEnd.notify_one();
+  held.release();
   EXPECT_TRUE(served_->waitForInvalidations(1));
   EXPECT_EQ(served_->helper().takeCalls().size(), 1U);
 }
 
-TEST_F(HostileClientsTest, OneUserCannotTakeAllConnections) {
-  std::atomic<std::uint32_t> uid = 1000;
-  serve({.peerUID = [&uid](const FileDescriptor&) { return uid.load(); }});
-  std::list<RawPeer> peers;
-  int refused = 0;
-  for (int i = 0; i < 200; ++i) {
-    peers.emplace_back(served_->socketPath());
-    if (!peers.back().shakeHands()) {
-      ++refused;
-      peers.pop_back();
-    }
-  }
-  EXPECT_EQ(refused, 72);
-  uid = 1001;
-  dbus::Proxy other(served_->socketPath());
-  std::string answer;
-  other.ping([&](const std::string& text) { answer = text; });
-  EXPECT_EQ(answer, "pong");
+// As when a client hands its socket on: whoever holds it now was never checked.
+TEST_F(HostileClientsTest, AConnectionEndsWithTheProcessThatWasChecked) {
+  serve();
+  HeldCall held(served_->helper());
+  RawPeer idle = connected();
+  RawPeer halfway = connected();
+  halfway.send(dbus::ByteView(ping(1)).first(40));
+  RawPeer busy = connected();
+  Bytes two = ping(1);
+  const Bytes second = ping(2);
+  two.insert(two.end(), second.begin(), second.end());
+  busy.send(two);
+  held.await();
 
-  // A place that was given back can be taken again.
-  uid = 1000;
-  EXPECT_FALSE(RawPeer(served_->socketPath()).shakeHands());
-  ::shutdown(peers.front().socket().get(), SHUT_WR);
-  EXPECT_TRUE(peers.front().isLeft());
-  EXPECT_TRUE(RawPeer(served_->socketPath()).shakeHands());
+  served_->endPeerProcesses();
+  EXPECT_TRUE(idle.isLeft());
+  EXPECT_TRUE(halfway.isLeft());
+  held.release();
+  EXPECT_TRUE(busy.receive());
+  EXPECT_TRUE(busy.isLeft());
+  EXPECT_TRUE(served_->waitForInvalidations(3));
+  EXPECT_EQ(served_->helper().takeCalls().size(), 1U);
 }
 
-TEST_F(HostileClientsTest, AllUsersTogetherCannotTakeMoreThanThereAre) {
+// Six users take as many as they get and say nothing. All users together cannot have more than there are.
+TEST_F(HostileClientsTest, EachUserLeavesPlacesForTheNext) {
   std::atomic<std::uint32_t> uid = 0;
   dbus::Limits limits;
-  limits.connections = 3;
-  serve({.limits = limits, .peerUID = [&uid](const FileDescriptor&) { return uid++; }});
-  const RawPeer peers[] = {connected(), connected(), connected()};
-  EXPECT_FALSE(RawPeer(served_->socketPath()).shakeHands());
+  limits.silence = std::chrono::hours(1);
+  limits.connections = 64;
+  limits.connectionsPerUser = 16;
+  serve({.limits = limits, .peerUID = [&uid](const FileDescriptor&) { return uid.load(); }});
+  std::list<RawPeer> peers;
+  const auto places = [&](int wanted) {
+    int taken = 0;
+    for (++uid; taken < wanted; ++taken) {
+      if (!peers.emplace_back(served_->socketPath()).shakeHands()) break;
+    }
+    return taken;
+  };
+  for (const int share : {16, 16, 8, 4, 3, 2}) EXPECT_EQ(places(20), share);
+  for (int others = 0; others < 15; ++others) EXPECT_EQ(places(1), 1);
+  EXPECT_EQ(places(1), 0);
+
+  // A place that was given back can be taken again.
+  ::shutdown(peers.front().socket().get(), SHUT_WR);
+  EXPECT_TRUE(peers.front().isLeft());
+  EXPECT_EQ(places(1), 1);
+}
+
+TEST_F(HostileClientsTest, ASilentConnectionInTheWayMakesRoom) {
+  std::atomic<std::uint32_t> uid = 1;
+  dbus::Limits limits;
+  limits.silence = std::chrono::seconds(0);
+  limits.connections = 4;
+  serve({.limits = limits, .peerUID = [&uid](const FileDescriptor&) { return uid.load(); }});
+  const auto isLetIn = [this] { return RawPeer(served_->socketPath()).shakeHands(); };
+  // A connection that has been answered is silent only a moment later.
+  std::list<RawPeer> newcomers;
+  const auto comeInTheEnd = [&]() -> RawPeer& {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (!newcomers.emplace_back(served_->socketPath()).shakeHands()) {
+      if (std::chrono::steady_clock::now() > deadline) throw std::runtime_error("nobody made way");
+      newcomers.pop_back();
+    }
+    return newcomers.back();
+  };
+  RawPeer silent = connected();
+  RawPeer busy = connected();
+  HeldCall held(served_->helper());
+  busy.send(ping(77));
+  held.await();
+  uid = 2;
+  RawPeer second = connected();
+  uid = 3;
+  RawPeer third = connected();
+
+  // All places are taken, and the first user has two.
+  uid = 4;
+  RawPeer& fourth = comeInTheEnd();
+  EXPECT_TRUE(silent.isLeft());
+  // Nobody has more than another has now; and a call is never in the way.
+  uid = 5;
+  EXPECT_FALSE(isLetIn());
+  uid = 1;
+  EXPECT_FALSE(isLetIn());
+  held.release();
+  EXPECT_TRUE(busy.receive());
+  // One's own silence is in one's own way.
+  RawPeer& anew = comeInTheEnd();
+  EXPECT_TRUE(busy.isLeft());
+  for (RawPeer* peer : {&second, &third, &fourth, &anew}) EXPECT_TRUE(isServed(*peer));
 }
 
 TEST_F(HostileClientsTest, DescriptorsThatArePassedDoNotStay) {

@@ -30,7 +30,61 @@ constexpr std::array kHelperMethods = {
 };
 
 void sayHello(Call& call) {
-  call.succeed([&](Encoder& body) { body.string(call.uniqueName()); });
+  BusClient& client = call.client();
+  if (client.hasSaidHello) return call.fail(kFailedError, "Hello has been said before.");
+  client.hasSaidHello = true;
+  call.succeed([&](Encoder& body) { body.string(client.uniqueName); });
+}
+
+/// A match rule chooses signals, and no signal is ever sent.
+void promiseNothing(Call& call) {
+  Decoder arguments = call.message().arguments();
+  arguments.string();
+  arguments.expectEnd();
+  call.succeed([](Encoder&) {});
+}
+
+/// The owner of the name that a call asks about; empty when it has no owner.
+std::string_view namedOwner(Call& call) {
+  Decoder arguments = call.message().arguments();
+  const std::string_view name = arguments.string();
+  arguments.expectEnd();
+  return call.client().ownerOf(name);
+}
+
+void tellNameOwner(Call& call) {
+  const std::string_view owner = namedOwner(call);
+  if (owner.empty()) return call.fail(kNameHasNoOwnerError, "No connection here has that name.");
+  call.succeed([&](Encoder& body) { body.string(owner); });
+}
+
+void tellWhetherNameHasOwner(Call& call) {
+  const bool owned = !namedOwner(call).empty();
+  call.succeed([&](Encoder& body) { body.boolean(owned); });
+}
+
+void listNames(Call& call) {
+  call.succeed([&](Encoder& body) {
+    const Encoder::Array names = body.beginArray(4);
+    for (const std::string_view name :
+         {kBusName, kHelperBusName, kHelperUniqueName, std::string_view(call.client().uniqueName)}) {
+      body.string(name);
+    }
+    body.endArray(names);
+  });
+}
+
+/// Every service of the connection is running already.
+void startService(Call& call) {
+  constexpr std::uint32_t kRunsAlready = 2;
+  Decoder arguments = call.message().arguments();
+  const std::string_view name = arguments.string();
+  arguments.uint32();
+  arguments.expectEnd();
+  if (call.client().ownerOf(name).empty()) {
+    return call.fail(kServiceUnknownError, "No service here has the name " + std::string(name));
+  }
+  call.succeed([](Encoder& body) { body.uint32(kRunsAlready); });
 }
 
 void ping(Call& call) {
@@ -73,7 +127,15 @@ void tellNoProperties(Call& call) {
   call.succeed([](Encoder& body) { body.endArray(body.beginArray(8)); });
 }
 
-constexpr std::array kBusMethods = {ExportedMethod{{"Hello", "", "s", {}, {"name"}}, sayHello}};
+constexpr std::array kBusMethods = {
+    ExportedMethod{{"Hello", "", "s", {}, {"name"}}, sayHello},
+    ExportedMethod{{"AddMatch", "s", "", {"rule"}, {}}, promiseNothing},
+    ExportedMethod{{"RemoveMatch", "s", "", {"rule"}, {}}, promiseNothing},
+    ExportedMethod{{"GetNameOwner", "s", "s", {"name"}, {"owner"}}, tellNameOwner},
+    ExportedMethod{{"NameHasOwner", "s", "b", {"name"}, {"owned"}}, tellWhetherNameHasOwner},
+    ExportedMethod{{"ListNames", "", "as", {}, {"names"}}, listNames},
+    ExportedMethod{{"StartServiceByName", "su", "u", {"name", "flags"}, {"result"}}, startService},
+};
 
 constexpr std::array kPeerMethods = {
     ExportedMethod{{"Ping", "", "", {}, {}}, ping},
@@ -95,7 +157,7 @@ constexpr Interface kIntrospectable{kIntrospectableInterface, kIntrospectableMet
 
 constexpr std::array kAtHelper = {Interface{kHelperInterface, kHelperMethods}, kPeer, kIntrospectable,
                                   Interface{kPropertiesInterface, kPropertiesMethods}};
-constexpr std::array kAtBus = {Interface{kBusInterface, kBusMethods}, kPeer};
+constexpr std::array kAtBus = {Interface{kBusInterface, kBusMethods}, kPeer, kIntrospectable};
 constexpr std::array kAboveHelper = {kPeer, kIntrospectable};
 constexpr std::array kElsewhere = {kPeer};
 

@@ -12,7 +12,8 @@ inline constexpr std::size_t kMaxArraySize = std::size_t{64} * 1024 * 1024;
 inline constexpr std::size_t kMaxMessageSize = std::size_t{128} * 1024 * 1024;
 
 /// Largest message that the helper takes from a client, in bytes. The documents that clients send are a few
-/// KiB; read into memory, one can take fifty times its size, and every connection may hold one.
+/// KiB; read into memory, one can take fifty times its size, and every connection may hold one. A larger one
+/// is answered with an error and read to its end before the connection ends, up to kMaxMessageSize.
 inline constexpr std::size_t kMaxRequestSize = std::size_t{64} * 1024;
 
 /// How deep values may lie in one another, as the protocol has it.
@@ -29,6 +30,9 @@ struct Limits {
   Duration incomingMessage = std::chrono::seconds(30);
   /// How long the other end may take nothing of what is being sent to it.
   Duration sendStall = std::chrono::seconds(30);
+
+  /// How long a connection without a call is safe from being ended for the sake of another.
+  Duration silence = std::chrono::seconds(10);
 
   std::size_t connectionsPerUser = 128;
   std::size_t connections = 512;

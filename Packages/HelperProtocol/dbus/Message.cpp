@@ -10,6 +10,7 @@ namespace {
 
 constexpr std::uint8_t kProtocolVersion = 1;
 constexpr std::size_t kBodyLengthAt = 4;
+constexpr std::size_t kFieldsAt = 12;
 
 /// A field is a structure in an array, and its value is in a variant.
 constexpr int kFieldDepth = 3;
@@ -33,33 +34,9 @@ void expect(bool holds, const char* otherwise) {
   if (!holds) throw ProtocolError(otherwise);
 }
 
-/// The lengths that a message announces.
-struct Frame {
-  std::size_t fields;
-  std::size_t body;
-
-  [[nodiscard]] std::size_t bodyAt() const noexcept {
-    const std::size_t fieldsEnd = kFrameSize + fields;
-    return fieldsEnd + paddingTo(8, fieldsEnd);
-  }
-};
-
 ByteOrder byteOrder(ByteView bytes) {
   expect(bytes[0] == 'l' || bytes[0] == 'B', "a message of no known byte order");
   return static_cast<ByteOrder>(bytes[0]);
-}
-
-Frame frameOf(ByteView bytes) {
-  Decoder decoder(bytes.first(kFrameSize), byteOrder(bytes));
-  decoder.byte();
-  expect(decoder.byte() != 0, "a message of the type that is none");
-  decoder.byte();
-  expect(decoder.byte() == kProtocolVersion, "a message of another version of the protocol");
-  const std::size_t body = decoder.uint32();
-  expect(decoder.uint32() != 0, "a message with the serial 0");
-  const std::size_t fields = decoder.uint32();
-  expect(fields <= kMaxArraySize && body <= kMaxMessageSize, "a message beyond the protocol's limit");
-  return {fields, body};
 }
 
 /// Reads the header's fields into a message.
@@ -183,30 +160,39 @@ void encodeReplySerial(Encoder& encoder, std::uint32_t serial) {
 
 }  // namespace
 
-std::size_t messageSize(ByteView first, std::size_t atMost) {
-  const Frame frame = frameOf(first);
-  const std::size_t size = frame.bodyAt() + frame.body;
-  expect(size <= kMaxMessageSize, "a message beyond the protocol's limit");
-  expect(size <= atMost, "a message larger than is accepted here");
-  return size;
+Frame frameOf(ByteView first) {
+  Decoder decoder(first.first(kFrameSize), byteOrder(first));
+  Frame frame;
+  decoder.byte();
+  frame.type = static_cast<MessageType>(decoder.byte());
+  expect(frame.type != MessageType(), "a message of the type that is none");
+  frame.flags = decoder.byte();
+  expect(decoder.byte() == kProtocolVersion, "a message of another version of the protocol");
+  const std::size_t body = decoder.uint32();
+  frame.serial = decoder.uint32();
+  expect(frame.serial != 0, "a message with the serial 0");
+  const std::size_t fields = decoder.uint32();
+  expect(fields <= kMaxArraySize && body <= kMaxMessageSize, "a message beyond the protocol's limit");
+  const std::size_t fieldsEnd = kFrameSize + fields;
+  frame.size = fieldsEnd + paddingTo(8, fieldsEnd) + body;
+  expect(frame.size <= kMaxMessageSize, "a message beyond the protocol's limit");
+  return frame;
 }
 
 Message decodeMessage(ByteView bytes) {
   expect(bytes.size() >= kFrameSize, "a message that is cut short");
   const Frame frame = frameOf(bytes);
-  expect(bytes.size() == frame.bodyAt() + frame.body, "a message of another size than it says");
+  expect(bytes.size() == frame.size, "a message of another size than it says");
   Message message;
+  message.type = frame.type;
+  message.flags = frame.flags;
+  message.serial = frame.serial;
   message.order = byteOrder(bytes);
   Decoder decoder(bytes, message.order);
-  decoder.byte();
-  message.type = static_cast<MessageType>(decoder.byte());
-  message.flags = decoder.byte();
-  decoder.byte();
-  decoder.uint32();
-  message.serial = decoder.uint32();
+  for (std::size_t fixed = 0; fixed < kFieldsAt; fixed += sizeof(std::uint32_t)) decoder.uint32();
   FieldReader(decoder, message).readAll();
   decoder.align(8);
-  message.body = bytes.subspan(frame.bodyAt());
+  message.body = bytes.subspan(decoder.position());
 
   expectRequiredFields(message);
   expect(message.path != kLocalPath && message.interface != kLocalInterface,

@@ -41,11 +41,19 @@ struct Message : Header {
   [[nodiscard]] Decoder arguments() const noexcept { return {body, order}; }
 };
 
-/// The size in bytes of the message that begins with `first`, of which there must be kFrameSize bytes or
-/// more. Throws ProtocolError when no message begins like this, or one of more than `atMost` bytes.
-[[nodiscard]] std::size_t messageSize(ByteView first, std::size_t atMost);
+/// What a message's first bytes tell of it.
+struct Frame {
+  MessageType type = MessageType::methodCall;
+  std::uint8_t flags = 0;
+  std::uint32_t serial = 0;
+  std::size_t size = 0;  ///< of the whole message, in bytes
+};
 
-/// The message that fills `bytes` exactly; messageSize must have answered their number. The header is checked
+/// The frame of the message that begins with `first`, of which there must be kFrameSize bytes or more. Throws
+/// ProtocolError when no message begins like this, or one of more than kMaxMessageSize.
+[[nodiscard]] Frame frameOf(ByteView first);
+
+/// The message that fills `bytes` exactly; its frame must have told their number. The header is checked
 /// throughout; the body is not looked at. A message of a type that the protocol does not know yet comes back
 /// with that type and is to be ignored. Throws ProtocolError for anything that is malformed.
 [[nodiscard]] Message decodeMessage(ByteView bytes);

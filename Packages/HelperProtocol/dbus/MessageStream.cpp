@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "HelperProtocol/dbus/ProtocolError.hpp"
-
 namespace molvane::dbus {
 
 namespace {
@@ -11,6 +9,7 @@ namespace {
 /// Enough for the calls that are usual; what is larger costs memory only while it is being handled.
 constexpr std::size_t kUsualSize = 4096;
 constexpr std::size_t kKeptSize = std::size_t{64} * 1024;
+constexpr const char* kProcessEnded = "the peer's process has ended";
 
 }  // namespace
 
@@ -36,12 +35,24 @@ void MessageStream::releaseExcess() {
 }
 
 bool MessageStream::readSome(std::optional<Deadline> deadline, bool wait) {
+  const Deadline latest = deadline.value_or(Deadline::max());
+  if (process_ != nullptr) awaitInput(latest);
   std::optional<std::size_t> count;
-  while (!(count = receiveSome(socket_, buffer_.data() + end_, buffer_.size() - end_, wait))) {
-    if (deadline && !waitReadable(socket_, *deadline)) throw ProtocolError("the peer took too long");
+  while (!(count = receiveSome(socket_, buffer_.data() + end_, buffer_.size() - end_,
+                               wait && process_ == nullptr))) {
+    awaitInput(latest);
   }
+  knownAlive_ = true;
   end_ += *count;
   return *count > 0;
+}
+
+void MessageStream::awaitInput(Deadline deadline) const {
+  const FileDescriptor* ready = process_ != nullptr ? waitForEither(*process_, socket_, deadline)
+                                : waitReadable(socket_, deadline) ? &socket_
+                                                                  : nullptr;
+  if (ready == nullptr) throw ProtocolError("the peer took too long");
+  if (ready == process_) throw ProtocolError(kProcessEnded);
 }
 
 void MessageStream::fetch(Deadline deadline) {
@@ -52,6 +63,7 @@ void MessageStream::fetch(Deadline deadline) {
 std::optional<Message> MessageStream::receive(std::optional<Duration> whole) {
   consume(std::exchange(last_, 0));
   releaseExcess();
+  knownAlive_ = false;
   if (available() == 0) {
     begin_ = end_ = 0;
     makeRoom(kFrameSize);
@@ -62,7 +74,9 @@ std::optional<Message> MessageStream::receive(std::optional<Duration> whole) {
   bool sized = false;
   while (true) {
     if (!sized && available() >= kFrameSize) {
-      size = messageSize(ByteView(buffer_).subspan(begin_, kFrameSize), maxIncoming_);
+      const Frame frame = frameOf(ByteView(buffer_).subspan(begin_, kFrameSize));
+      if (frame.size > maxIncoming_) throw OversizedMessage(frame);
+      size = frame.size;
       sized = true;
     }
     if (sized && available() >= size) break;
@@ -70,8 +84,21 @@ std::optional<Message> MessageStream::receive(std::optional<Duration> whole) {
     makeRoom(size);
     if (!readSome(deadline, !deadline)) throw ProtocolError("the peer left in the middle of a message");
   }
+  if (process_ != nullptr && !knownAlive_ && isReadable(*process_)) throw ProtocolError(kProcessEnded);
   last_ = size;
   return decodeMessage(ByteView(buffer_).subspan(begin_, size));
+}
+
+void MessageStream::discard(const Frame& oversized, Duration whole) {
+  const Deadline deadline = std::chrono::steady_clock::now() + whole;
+  std::size_t left = oversized.size;
+  while (left > available()) {
+    left -= available();
+    begin_ = end_ = 0;
+    makeRoom(kUsualSize);
+    if (!readSome(deadline, false)) return;
+  }
+  consume(left);
 }
 
 void MessageStream::send(ByteView bytes, std::optional<Duration> stall) {

@@ -25,8 +25,7 @@ using testing::WireMessage;
 Message received(const Bytes& bytes) {
   const ByteView view(bytes);
   if (bytes.size() < kFrameSize) throw ProtocolError("short");
-  if (messageSize(view.first(kFrameSize), kMaxRequestSize) != bytes.size())
-    throw ProtocolError("another size");
+  if (frameOf(view.first(kFrameSize)).size != bytes.size()) throw ProtocolError("another size");
   return decodeMessage(view);
 }
 
@@ -193,12 +192,12 @@ TEST(MessageTest, DecidesAboutTheSizeFromTheFirstBytes) {
   const auto announced = [](std::uint32_t fields, std::uint32_t body) {
     return WireBytes().raw("l\x01").byte(0).byte(1).u32(body).u32(1).u32(fields).bytes();
   };
-  EXPECT_EQ(messageSize(announced(9, 5), 100), 16U + 16 + 5);
-  EXPECT_EQ(messageSize(announced(0, kMaxRequestSize - 16), kMaxRequestSize), kMaxRequestSize);
-  EXPECT_THROW(static_cast<void>(messageSize(announced(0, kMaxRequestSize - 15), kMaxRequestSize)),
-               ProtocolError);
-  EXPECT_THROW(static_cast<void>(messageSize(announced(0, 0xFFFFFFFF), SIZE_MAX)), ProtocolError);
-  EXPECT_THROW(static_cast<void>(messageSize(announced(0xFFFFFFFF, 0xFFFFFFFF), SIZE_MAX)), ProtocolError);
+  EXPECT_EQ(frameOf(announced(9, 5)).size, 16U + 16 + 5);
+  EXPECT_EQ(frameOf(announced(0, kMaxMessageSize - 16)).size, kMaxMessageSize);
+  for (const auto& [fields, body] :
+       {std::pair{0U, std::uint32_t{kMaxMessageSize - 15}}, {0U, 0xFFFFFFFFU}, {0xFFFFFFFFU, 0xFFFFFFFFU}}) {
+    EXPECT_THROW(static_cast<void>(frameOf(announced(fields, body))), ProtocolError);
+  }
 }
 
 TEST(MessageTest, RefusesValuesThatAreNotWhatTheySay) {

@@ -10,6 +10,12 @@ inline constexpr std::string_view kSocketPath = "/run/com.molvane.helper.sock";
 inline constexpr std::string_view kHelperPath = "/com/molvane/helper";
 inline constexpr std::string_view kHelperInterface = "com.molvane.helper";
 
+/// The names that the helper and the bus itself have for a client that takes its connection for a bus. The
+/// clients' own unique names count from 1.
+inline constexpr std::string_view kHelperBusName = "com.molvane.helper";
+inline constexpr std::string_view kHelperUniqueName = ":1.0";
+inline constexpr std::string_view kBusName = "org.freedesktop.DBus";
+
 inline constexpr std::string_view kBusPath = "/org/freedesktop/DBus";
 inline constexpr std::string_view kBusInterface = "org.freedesktop.DBus";
 inline constexpr std::string_view kPeerInterface = "org.freedesktop.DBus.Peer";
@@ -25,6 +31,8 @@ inline constexpr std::string_view kNoReplyError = "org.freedesktop.DBus.Error.No
 inline constexpr std::string_view kLimitsExceededError = "org.freedesktop.DBus.Error.LimitsExceeded";
 inline constexpr std::string_view kFileNotFoundError = "org.freedesktop.DBus.Error.FileNotFound";
 inline constexpr std::string_view kInvalidArgsError = "org.freedesktop.DBus.Error.InvalidArgs";
+inline constexpr std::string_view kNameHasNoOwnerError = "org.freedesktop.DBus.Error.NameHasNoOwner";
+inline constexpr std::string_view kServiceUnknownError = "org.freedesktop.DBus.Error.ServiceUnknown";
 inline constexpr std::string_view kUnknownObjectError = "org.freedesktop.DBus.Error.UnknownObject";
 inline constexpr std::string_view kUnknownInterfaceError = "org.freedesktop.DBus.Error.UnknownInterface";
 inline constexpr std::string_view kUnknownMethodError = "org.freedesktop.DBus.Error.UnknownMethod";

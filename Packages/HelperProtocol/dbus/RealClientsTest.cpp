@@ -10,7 +10,8 @@
 #include "HelperProtocol/testing/ServedHelper.hpp"
 #include "Platform/ChildProcess.hpp"
 
-// The protocol as others speak it: sd-bus, GLib and libdbus through their command-line tools.
+// The protocol as others speak it: sd-bus, GLib and libdbus through their command-line tools, and the
+// libraries of other languages.
 namespace molvane::testing {
 namespace {
 
@@ -122,10 +123,14 @@ TEST_F(RealClientsTest, SdBusSeesErrorsAndTheTree) {
   EXPECT_THAT(refused.output, HasSubstr("Call failed: Unknown job: x"));
   EXPECT_THAT(busctlCall({"Ping", "s", "x"}).output, HasSubstr("Expected arguments of the types ''"));
   EXPECT_THAT(busctlCall({"Frobnicate"}).output, HasSubstr("No method Frobnicate"));
-  EXPECT_THAT(busctl({"call", "a.b", "/nowhere", "a.b", "C"}).output, HasSubstr("No object at /nowhere"));
+  EXPECT_THAT(busctl({"call", "com.molvane.helper", "/nowhere", "a.b", "C"}).output,
+              HasSubstr("No object at /nowhere"));
   EXPECT_THAT(busctl({"tree", "com.molvane.helper"}).output,
               AllOf(HasSubstr("/com/molvane/helper"), HasSubstr("/com/molvane\n")));
-  EXPECT_EQ(busctl({"get-property", "a.b", "/com/molvane/helper", "com.molvane.helper", "Colour"}).status, 1);
+  EXPECT_EQ(
+      busctl({"get-property", "com.molvane.helper", "/com/molvane/helper", "com.molvane.helper", "Colour"})
+          .status,
+      1);
 }
 
 TEST_F(RealClientsTest, GLibIntrospectsAndCalls) {
@@ -167,14 +172,99 @@ TEST_F(RealClientsTest, LibdbusIntrospectsAndCalls) {
                           Call{"removeAllowedItem", "/tmp/x"}));
 }
 
-// Taken for a bus, a connection says hello first.
-TEST_F(RealClientsTest, LibdbusTakesTheConnectionForABus) {
-  const Result result =
-      run(kDbusSend,
-          {"--bus=unix:path=" + served_.socketPath(), "--print-reply=literal", "--dest=com.molvane.helper",
-           "/com/molvane/helper", "org.freedesktop.DBus.Properties.GetAll", "string:com.molvane.helper"});
-  EXPECT_EQ(result.status, 0) << result.output;
+struct Library {
+  const char* name;
+  const char* interpreter;
+  const char* loads;   ///< a program that ends well where the library is installed
+  const char* script;  ///< prints the answer to Ping and the error that a removal is refused with
+
+  friend void PrintTo(const Library& library, std::ostream* stream) { *stream << library.name; }
+};
+
+// Programs for a bus, as their authors would write them.
+constexpr Library kLibraries[] = {
+    {"dbus-python", "/usr/bin/python3", "import dbus", R"(
+import dbus, dbus.bus, sys
+bus = dbus.bus.BusConnection(sys.argv[1])
+helper = dbus.Interface(bus.get_object("com.molvane.helper", "/com/molvane/helper"), "com.molvane.helper")
+print(helper.Ping())
+try: helper.RemoveAllowedItemAtPath("/x")
+except dbus.DBusException as error: print(error.get_dbus_name(), error.get_dbus_message())
+)"},
+    {"GLib's proxy", "/usr/bin/python3", "import gi.repository.Gio", R"(
+import sys
+from gi.repository import Gio, GLib
+kinds = Gio.DBusConnectionFlags
+bus = Gio.DBusConnection.new_for_address_sync(
+    sys.argv[1], kinds.AUTHENTICATION_CLIENT | kinds.MESSAGE_BUS_CONNECTION, None, None)
+helper = Gio.DBusProxy.new_sync(
+    bus, Gio.DBusProxyFlags.NONE, None, "com.molvane.helper", "/com/molvane/helper", "com.molvane.helper", None)
+if not helper.get_name_owner(): print("nobody owns the name")
+print(helper.Ping())
+try: helper.RemoveAllowedItemAtPath('(s)', "/x")
+except GLib.Error as error: print(error.message)
+)"},
+    {"dbus-next", "/usr/bin/python3", "import dbus_next", R"(
+import asyncio, sys
+from dbus_next import DBusError
+from dbus_next.aio import MessageBus
+async def talk():
+    bus = await MessageBus(bus_address=sys.argv[1]).connect()
+    place = "com.molvane.helper", "/com/molvane/helper"
+    helper = bus.get_proxy_object(*place, await bus.introspect(*place)).get_interface("com.molvane.helper")
+    print(await helper.call_ping())
+    try: await helper.call_remove_allowed_item_at_path("/x")
+    except DBusError as error: print(error.type, error.text)
+asyncio.run(talk())
+)"},
+    {"Net::DBus", "/usr/bin/perl", "use Net::DBus", R"(
+use Net::DBus;
+my $bus = Net::DBus->new($ARGV[0]);
+my $helper = $bus->get_service("com.molvane.helper")->get_object("/com/molvane/helper", "com.molvane.helper");
+print $helper->Ping, "\n";
+eval { $helper->RemoveAllowedItemAtPath("/x") };
+print $@;
+)"},
+    {"ruby-dbus", "/usr/bin/ruby", "require 'dbus'", R"(
+require "dbus"
+helper = DBus::RemoteBus.new(ARGV[0])["com.molvane.helper"]["/com/molvane/helper"]["com.molvane.helper"]
+puts helper.Ping
+begin helper.RemoveAllowedItemAtPath("/x")
+rescue DBus::Error => error then puts "#{error.name} #{error.message}"
+end
+)"},
+};
+
+class BusClientsTest : public RealClientsTest, public ::testing::WithParamInterface<Library> {
+ protected:
+  void SetUp() override {
+    const Library& library = GetParam();
+    if (::access(library.interpreter, X_OK) != 0 || execute(library.loads).status != 0) {
+      GTEST_SKIP() << library.name << " is not installed";
+    }
+  }
+
+  Result execute(const char* program) {
+    const Library& library = GetParam();
+    const char* option = std::string_view(library.interpreter).ends_with("python3") ? "-c" : "-e";
+    return run(library.interpreter, {option, program, "unix:path=" + served_.socketPath()});
+  }
+};
+
+// They say hello, ask who owns the name and want to be told when it changes hands, and only then call.
+TEST_P(BusClientsTest, TakesTheConnectionForABus) {
+  Answers answers = Answers::failure({"com.molvane.helper", 1, "Path not allowed: /x"});
+  answers.message = "pong";
+  served_.helper().setAnswers(answers);
+  const Result result = execute(GetParam().script);
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.output, ::testing::StartsWith("pong\n"));
+  EXPECT_THAT(result.output,
+              AllOf(HasSubstr("com.molvane.helper.Denied"), HasSubstr("Path not allowed: /x")));
+  EXPECT_THAT(served_.helper().takeCalls(), ElementsAre(Call{"ping", ""}, Call{"removeAllowedItem", "/x"}));
 }
+
+INSTANTIATE_TEST_SUITE_P(Libraries, BusClientsTest, ::testing::ValuesIn(kLibraries));
 
 }  // namespace
 }  // namespace molvane::testing

@@ -24,21 +24,25 @@ ServerConnection::ServerConnection(FileDescriptor socket, std::uint32_t peerUID,
       surroundings_(surroundings),
       stream_(socket_, kMaxRequestSize) {}
 
-void ServerConnection::serve() noexcept {
+bool ServerConnection::serve() noexcept {
   try {
-    if (!object_ || !peerIsTrusted()) return;
-    handshake();
-    answerCalls();
+    if (object_ && peerIsTrusted()) {
+      handshake();
+      converse();
+    }
   } catch (...) {
     // A peer that breaks the rules, dawdles or vanishes is a peer that leaves: there is nobody to tell, and a
     // line in the log for each would hand the log to whoever can connect. The same goes for a lack of memory.
   }
+  return silence_.end();
 }
 
 bool ServerConnection::peerIsTrusted() {
-  const CodeVerdict verdict = requirement_ ? surroundings_.codeSigning.checkPeer(socket_, *requirement_)
-                                           : CodeVerdict{"no requirement was set"};
+  PeerVerdict verdict = requirement_ ? surroundings_.codeSigning.checkPeer(socket_, *requirement_)
+                                     : PeerVerdict{{"no requirement was set"}, {}};
   if (!verdict.satisfied()) logLine("MolvaneHelper: refused peer: " + verdict.problem);
+  process_ = std::move(verdict.process);
+  stream_.endWith(process_);
   return verdict.satisfied();
 }
 
@@ -54,10 +58,18 @@ void ServerConnection::handshake() {
   }
 }
 
-void ServerConnection::answerCalls() {
+void ServerConnection::converse() {
   Exporter exporter(object_, ":1." + std::to_string(number_));
+  try {
+    answerCalls(exporter);
+  } catch (const OversizedMessage& message) {
+    refuse(message.frame, exporter);
+  }
+}
+
+void ServerConnection::answerCalls(Exporter& exporter) {
   Bytes answer;
-  while (const std::optional<Message> message = stream_.receive(surroundings_.limits.incomingMessage)) {
+  while (const std::optional<Message> message = nextMessage()) {
     if (exporter.handle(*message, answer)) {
       stream_.send(answer, surroundings_.limits.sendStall);
     } else if (hasHungUp(socket_)) {
@@ -68,6 +80,20 @@ void ServerConnection::answerCalls() {
   }
 }
 
+std::optional<Message> ServerConnection::nextMessage() {
+  silence_.begin();
+  const std::optional<Message> message = stream_.receive(surroundings_.limits.incomingMessage);
+  return silence_.end() ? message : std::nullopt;
+}
+
+// A client that is still sending would take the end of the connection for the answer.
+void ServerConnection::refuse(const Frame& oversized, Exporter& exporter) {
+  Bytes answer;
+  if (!exporter.refuse(oversized, answer)) return;
+  stream_.send(answer, surroundings_.limits.sendStall);
+  stream_.discard(oversized, surroundings_.limits.incomingMessage);
+}
+
 void ServerConnection::invalidate() noexcept {
   try {
     object_.reset();
@@ -75,6 +101,12 @@ void ServerConnection::invalidate() noexcept {
   } catch (...) {
     // The handler has been called; what it makes of it is its own affair, and not a reason to end the helper.
   }
+}
+
+bool ServerConnection::makeWay() noexcept {
+  if (!silence_.breakOff()) return false;
+  shutDown();
+  return true;
 }
 
 void ServerConnection::shutDown() noexcept { dbus::shutDown(socket_); }

@@ -9,10 +9,13 @@
 #include "HelperProtocol/Connection.hpp"
 #include "HelperProtocol/dbus/Limits.hpp"
 #include "HelperProtocol/dbus/MessageStream.hpp"
+#include "HelperProtocol/dbus/Silence.hpp"
 #include "Platform/CodeSigning.hpp"
 #include "Platform/FileDescriptor.hpp"
 
 namespace molvane::dbus {
+
+class Exporter;
 
 /// The helper's end of one connection over a Unix socket.
 ///
@@ -42,12 +45,21 @@ class ServerConnection final : public PeerConnection {
   [[nodiscard]] bool resumed() const noexcept { return resumed_; }
 
   /// Serves the peer until the connection ends: checks its code, shakes hands, answers its calls. A peer for
-  /// which no requirement or no object was set is turned away.
-  void serve() noexcept;
+  /// which no requirement or no object was set is turned away. The connection ends with the process that was
+  /// checked, whoever else holds the peer's socket; each call is answered only if that process still lives.
+  /// False when makeWay() has ended it.
+  bool serve() noexcept;
 
   /// Lets go of the exported object and calls the invalidation handler. Call it once, after serve() or in its
   /// place.
   void invalidate() noexcept;
+
+  /// When the connection began to wait for a call; nothing before its handshake is over, during a call, and
+  /// once makeWay() has ended it. Any thread.
+  [[nodiscard]] std::optional<Silence::Clock::time_point> silentSince() const { return silence_.since(); }
+
+  /// Ends the connection if it waits for a call; false when it does not. Any thread.
+  [[nodiscard]] bool makeWay() noexcept;
 
   /// Ends both directions, so that serve() comes to its end and the peer learns of it. Any thread, any time.
   void shutDown() noexcept;
@@ -55,13 +67,18 @@ class ServerConnection final : public PeerConnection {
  private:
   [[nodiscard]] bool peerIsTrusted();
   void handshake();
-  void answerCalls();
+  void converse();
+  void answerCalls(Exporter& exporter);
+  std::optional<Message> nextMessage();
+  void refuse(const Frame& oversized, Exporter& exporter);
 
   FileDescriptor socket_;
+  FileDescriptor process_;  // readable once the process that was checked has ended
   const std::uint32_t peerUID_;
   const std::uint64_t number_;
   const Surroundings& surroundings_;
   MessageStream stream_;
+  Silence silence_;
   std::optional<std::string> requirement_;
   std::shared_ptr<MolvaneHelperXPCProtocol> object_;
   std::function<void()> invalidated_;

@@ -41,8 +41,13 @@ void setNonBlocking(const FileDescriptor& listening);
 [[nodiscard]] bool waitReadable(const FileDescriptor& socket, Deadline deadline);
 [[nodiscard]] bool waitWritable(const FileDescriptor& socket, Deadline deadline);
 
-/// Waits until one of two can be read.
-void waitForEither(const FileDescriptor& first, const FileDescriptor& second);
+/// Waits until one of two can be read and answers which, the first where both can; null when `deadline` came
+/// first.
+const FileDescriptor* waitForEither(const FileDescriptor& first, const FileDescriptor& second,
+                                    Deadline deadline = Deadline::max());
+
+/// Whether something can be read, or its end.
+[[nodiscard]] bool isReadable(const FileDescriptor& descriptor);
 
 /// Takes what has come, up to `capacity` bytes, and answers its size; 0 at the stream's end, nothing when
 /// nothing is there. With `wait` it waits for the first byte without a limit.

@@ -10,6 +10,7 @@
 
 #include "Base/Ascii.hpp"
 #include "Base/Uuid.hpp"
+#include "Platform/Log.hpp"
 
 namespace molvane::dbus {
 
@@ -89,7 +90,7 @@ void SocketListener::acceptOne() {
 
 void SocketListener::offer(FileDescriptor peer) {
   const std::uint32_t uid = peerUID_(peer);
-  auto slot = counter_.take(uid);
+  auto slot = placeFor(uid);
   if (!slot) return;
   auto session =
       std::make_unique<Session>(std::move(peer), uid, ++accepted_, surroundings_, std::move(*slot));
@@ -103,6 +104,36 @@ void SocketListener::offer(FileDescriptor peer) {
   }
   if (!connection.resumed()) return;
   accepted ? start(std::move(session)) : connection.invalidate();
+}
+
+std::optional<ConnectionCounter::Slot> SocketListener::placeFor(std::uint32_t uid) {
+  if (auto slot = counter_.take(uid)) return slot;
+  Session* silent = silentInTheWayOf(uid);
+  // A call may come before it is ended.
+  if (silent == nullptr || !silent->connection.makeWay()) return std::nullopt;
+  logLine("MolvaneHelper: ended a silent connection of user " +
+          std::to_string(silent->connection.effectiveUserIdentifier()));
+  silent->slot->passTo(uid);
+  return std::exchange(silent->slot, std::nullopt);
+}
+
+SocketListener::Session* SocketListener::silentInTheWayOf(std::uint32_t uid) {
+  const auto latest = Silence::Clock::now() - limits_.silence;
+  const std::size_t own = counter_.count(uid);
+  Session* found = nullptr;
+  std::pair<std::size_t, Silence::Clock::duration> most;
+  for (const auto& session : sessions_) {
+    const auto since = session->connection.silentSince();
+    if (!since || *since > latest) continue;
+    const std::uint32_t other = session->connection.effectiveUserIdentifier();
+    const std::size_t held = counter_.count(other);
+    if (other != uid && held <= own + 1) continue;
+    const std::pair standing(held, latest - *since);
+    if (found != nullptr && standing <= most) continue;
+    found = session.get();
+    most = standing;
+  }
+  return found;
 }
 
 void SocketListener::start(std::unique_ptr<Session> session) {
@@ -119,10 +150,10 @@ void SocketListener::start(std::unique_ptr<Session> session) {
 }
 
 void SocketListener::serve(Session& session) noexcept {
-  session.connection.serve();
+  const bool hasPlace = session.connection.serve();
   session.connection.invalidate();
-  // Whoever sees the end of the connection may connect anew.
-  session.slot.reset();
+  // Whoever sees the end of the connection may connect anew. A place that went to another is no longer here.
+  if (hasPlace) session.slot.reset();
   session.connection.shutDown();
   session.ended = true;
   wakeUp_.signal();

@@ -21,8 +21,11 @@ namespace molvane::dbus {
 /// Accepts peers on a Unix socket and serves each on a thread of its own: the messages of one connection run
 /// in order, different connections run side by side.
 ///
-/// A peer beyond the limits is closed at once, without the delegate being asked. Should there be no thread
-/// for a connection that was resumed, its invalidation handler runs on the listener's thread.
+/// A peer beyond the limits is closed at once, without the delegate being asked, unless a connection that is
+/// logged in and silent stands in its way: one of the same user, or of a user who has more connections than
+/// the peer's. Then the one that has been silent longest, of the user who has the most, is ended in its
+/// place. Should there be no thread for a connection that was resumed, its invalidation handler runs on the
+/// listener's thread.
 ///
 /// The destructor stops to accept, ends all connections and waits for their threads, and so for the calls
 /// that are being carried out.
@@ -50,6 +53,8 @@ class SocketListener final : public Listener {
   void acceptPeers() noexcept;
   void acceptOne();
   void offer(FileDescriptor peer);
+  std::optional<ConnectionCounter::Slot> placeFor(std::uint32_t uid);
+  Session* silentInTheWayOf(std::uint32_t uid);
   void start(std::unique_ptr<Session> session);
   void serve(Session& session) noexcept;
   void reap() noexcept;

@@ -55,6 +55,14 @@ bool waitFor(const FileDescriptor& socket, short events, Deadline deadline) {
   return pollUntil(entries, deadline);
 }
 
+short eventsNow(const FileDescriptor& descriptor, short events) {
+  pollfd entry{descriptor.get(), events, 0};
+  while (::poll(&entry, 1, 0) < 0) {
+    if (errno != EINTR) throwErrno("look at a socket");
+  }
+  return entry.revents;
+}
+
 int option(const FileDescriptor& socket, int name) {
   int value = 0;
   socklen_t size = sizeof value;
@@ -125,10 +133,14 @@ bool waitWritable(const FileDescriptor& socket, Deadline deadline) {
   return waitFor(socket, POLLOUT, deadline);
 }
 
-void waitForEither(const FileDescriptor& first, const FileDescriptor& second) {
+const FileDescriptor* waitForEither(const FileDescriptor& first, const FileDescriptor& second,
+                                    Deadline deadline) {
   std::array<pollfd, 2> entries{{{first.get(), POLLIN, 0}, {second.get(), POLLIN, 0}}};
-  pollUntil(entries, Deadline::max());
+  if (!pollUntil(entries, deadline)) return nullptr;
+  return entries[0].revents != 0 ? &first : &second;
 }
+
+bool isReadable(const FileDescriptor& descriptor) { return eventsNow(descriptor, POLLIN) != 0; }
 
 std::optional<std::size_t> receiveSome(const FileDescriptor& socket, std::uint8_t* to, std::size_t capacity,
                                        bool wait) {
@@ -140,11 +152,7 @@ std::optional<std::size_t> receiveSome(const FileDescriptor& socket, std::uint8_
   }
 }
 
-bool hasHungUp(const FileDescriptor& socket) {
-  pollfd entry{socket.get(), 0, 0};
-  if (::poll(&entry, 1, 0) < 0 && errno != EINTR) throwErrno("look at a socket");
-  return (entry.revents & POLLHUP) != 0;
-}
+bool hasHungUp(const FileDescriptor& socket) { return (eventsNow(socket, 0) & POLLHUP) != 0; }
 
 std::size_t sendSome(const FileDescriptor& socket, ByteView bytes) {
   while (true) {

@@ -1,9 +1,16 @@
 #include "HelperProtocol/testing/ServedHelper.hpp"
 
+#include <fcntl.h>
+
 #include <chrono>
 #include <utility>
 
 namespace molvane::testing {
+
+PeerVerdict FakeCodeSigning::checkPeer(const FileDescriptor& /*socket*/, std::string_view requirement) {
+  if (requirement != kRequirement) return {{"another requirement was asked about"}, {}};
+  return {{problem_}, FileDescriptor(::fcntl(ended_.descriptor().get(), F_DUPFD_CLOEXEC, 0))};
+}
 
 ServedHelper::ServedHelper(Options options) : options_(std::move(options)) {
   listener_ = std::make_unique<dbus::SocketListener>(dbus::ListeningSocket(socketPath_), codeSigning_,

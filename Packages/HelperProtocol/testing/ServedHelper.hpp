@@ -7,30 +7,30 @@
 
 #include "Base/Mutex.hpp"
 #include "HelperProtocol/dbus/SocketListener.hpp"
+#include "HelperProtocol/dbus/WakeUp.hpp"
 #include "HelperProtocol/testing/RecordingHelper.hpp"
 #include "Platform/testing/TemporaryFolder.hpp"
 
 namespace molvane::testing {
 
-/// Says of every peer what it was told to.
+/// Says of every peer what it was told to, and that its process lives until endProcesses().
 class FakeCodeSigning final : public CodeSigning {
  public:
   explicit FakeCodeSigning(std::string problem) : problem_(std::move(problem)) {}
 
-  [[nodiscard]] CodeVerdict checkPeer(const FileDescriptor& /*socket*/,
-                                      std::string_view requirement) override {
-    return requirement == kRequirement ? CodeVerdict{problem_}
-                                       : CodeVerdict{"another requirement was asked about"};
-  }
+  [[nodiscard]] PeerVerdict checkPeer(const FileDescriptor& socket, std::string_view requirement) override;
   [[nodiscard]] CodeVerdict checkFile(const std::string& /*path*/,
                                       std::string_view /*requirement*/) override {
     return {"no file is checked here"};
   }
 
+  void endProcesses() { ended_.signal(); }
+
   static constexpr std::string_view kRequirement = "identifier \"com.example.client\"";
 
  private:
   std::string problem_;
+  dbus::WakeUp ended_;
 };
 
 /// A RecordingHelper behind a listener on a socket in a temporary folder, gone with the object.
@@ -59,6 +59,9 @@ class ServedHelper : private ListenerDelegate {
   [[nodiscard]] bool waitForInvalidations(int count);
 
   [[nodiscard]] dbus::SocketListener& listener() { return *listener_; }
+
+  /// From now on the processes of all peers have ended, though their sockets live on.
+  void endPeerProcesses() { codeSigning_.endProcesses(); }
 
   /// Ends the listener as the destructor would.
   void stop() { listener_.reset(); }

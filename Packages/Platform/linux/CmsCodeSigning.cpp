@@ -30,16 +30,21 @@ CmsCodeSigning::CmsCodeSigning(Options options)
   openssl::initialize();
 }
 
-CodeVerdict CmsCodeSigning::checkPeer(const FileDescriptor& socket, std::string_view requirement) {
-  return verdictOf([&] { requirePeer(socket, requirement); });
+PeerVerdict CmsCodeSigning::checkPeer(const FileDescriptor& socket, std::string_view requirement) {
+  PeerVerdict verdict;
+  static_cast<CodeVerdict&>(verdict) = verdictOf([&] {
+    PeerProcess peer(socket);
+    requirePeer(peer, requirement);
+    verdict.process = std::move(peer).exitWatch();
+  });
+  return verdict;
 }
 
 CodeVerdict CmsCodeSigning::checkFile(const std::string& path, std::string_view requirement) {
   return verdictOf([&] { requireExecutable(openPlainFile(path, kMaxExecutableSize), requirement); });
 }
 
-void CmsCodeSigning::requirePeer(const FileDescriptor& socket, std::string_view requirement) {
-  const PeerProcess peer(socket);
+void CmsCodeSigning::requirePeer(const PeerProcess& peer, std::string_view requirement) {
   const auto remembered = remembered_.find(peer.executableIdentity(), requirement);
   if (remembered && stillHolds(*remembered)) {
     peer.requireAlive();

@@ -50,7 +50,7 @@ class CmsCodeSigning : public CodeSigning {
   /// looks for it again.
   explicit CmsCodeSigning(Options options);
 
-  [[nodiscard]] CodeVerdict checkPeer(const FileDescriptor& socket, std::string_view requirement) override;
+  [[nodiscard]] PeerVerdict checkPeer(const FileDescriptor& socket, std::string_view requirement) override;
   [[nodiscard]] CodeVerdict checkFile(const std::string& path, std::string_view requirement) override;
 
   /// How many checks have been carried out in full rather than remembered.
@@ -62,7 +62,7 @@ class CmsCodeSigning : public CodeSigning {
     FileIdentity identity;
   };
 
-  void requirePeer(const FileDescriptor& socket, std::string_view requirement);
+  void requirePeer(const PeerProcess& peer, std::string_view requirement);
   RememberedCheck requireExecutable(const PlainFile& executable, std::string_view requirement);
   bool stillHolds(const RememberedCheck& check) const;
   bool isWorthRemembering(const RememberedCheck& check, std::time_t begun) const;

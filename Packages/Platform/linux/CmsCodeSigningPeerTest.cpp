@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
+#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -79,8 +80,12 @@ TEST_F(CmsCodeSigningPeerTest, WhatThePeerRunsNowCounts) {
 TEST_F(CmsCodeSigningPeerTest, APeerThatHandedItsConnectionOnAndExitedIsGone) {
   ConnectedPeer peer(folder_.addApp());
   ASSERT_EQ(problem(peer), "");
+  const PeerVerdict verdict = checker_->checkPeer(peer.socket(), kAppRequirement);
+  pollfd ended{verdict.process.get(), POLLIN, 0};
+  EXPECT_EQ(poll(&ended, 1, 0), 0);
   peer.tell("hand-on");
   peer.waitForExit();
+  EXPECT_EQ(poll(&ended, 1, 0), 1);
   EXPECT_NE(problem(peer), "");
 }
 

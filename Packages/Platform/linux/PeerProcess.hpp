@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 
 #include "Platform/FileDescriptor.hpp"
 #include "Platform/linux/PlainFile.hpp"
@@ -26,6 +27,9 @@ class PeerProcess {
   /// Throws std::runtime_error when the process has exited. As long as it has not, what the other functions
   /// answered before was about this process and not about a later one of the same number.
   void requireAlive() const;
+
+  /// The descriptor that pins the process; it can be read as soon as the process has exited.
+  [[nodiscard]] FileDescriptor exitWatch() && { return std::move(process_); }
 
  private:
   FileDescriptor process_;
