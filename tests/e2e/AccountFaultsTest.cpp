@@ -40,6 +40,11 @@ TEST_F(AccountFaults, ErrorInTheOutputIsAFailureWhateverTheStatus) {
   EXPECT_EQ(failureOf(createWith("at changed print   late Error: of no consequence")),
             "late Error: of no consequence");
   EXPECT_TRUE(accountExists("carol"));
+  // Nor does it matter that a secret which is a piece of the word is masked in it.
+  const ToolBehaviour refuses("sysadminctl@bob", "print Error: not today\nexit 0\n");
+  for (const char* proof : {"r", "E", ":"}) {
+    failureOf(manage(withProof(resetPassword("bob", "correct horse"), "ann", proof)));
+  }
 }
 
 TEST_F(AccountFaults, WrongProofChangesNothing) {
