@@ -23,6 +23,11 @@ struct Execution {
   std::string output;
   bool timedOut = false;
 
+  [[nodiscard]] bool failed() const noexcept { return timedOut || status != 0; }
+  /// What to tell of a tool that failed: what it wrote, or that `subject`, "The installer" for one, did not
+  /// finish in time.
+  [[nodiscard]] std::string failureText(const std::string& subject) const;
+
   bool operator==(const Execution&) const = default;
 };
 
