@@ -88,52 +88,62 @@ bool parseInto(Builder& builder, std::string_view bytes) {
   return nlohmann::json::sax_parse(bytes.begin(), bytes.end(), &builder);
 }
 
-void append(std::string& text, const JsonValue& value);
-
-void appendQuoted(std::string& text, const std::string& content) {
-  text += nlohmann::json(repairedUtf8(content)).dump();
-}
-
-void append(std::string& text, double number) {
-  if (!std::isfinite(number)) throw std::invalid_argument("JSON has no number that is not finite");
-  text += nlohmann::json(number).dump();
-}
-
-template <typename Container, typename AppendElement>
-void appendAll(std::string& text, char opening, const Container& elements, char closing,
-               AppendElement appendElement) {
-  text += opening;
-  bool first = true;
-  for (const auto& element : elements) {
-    if (!first) text += ',';
-    first = false;
-    appendElement(element);
+/// Writes a value from the outside in, with a list of the arrays and objects that are open.
+class Writer {
+ public:
+  std::string write(const JsonValue& value) {
+    begin(value);
+    while (!open_.empty()) goOn();
+    return std::move(text_);
   }
-  text += closing;
-}
 
-struct Append {
-  std::string& text;
+  void operator()(JsonValue::Null) { text_ += "null"; }
+  void operator()(bool value) { text_ += value ? "true" : "false"; }
+  void operator()(std::int64_t value) { text_ += std::to_string(value); }
+  void operator()(std::uint64_t value) { text_ += std::to_string(value); }
+  void operator()(double value) {
+    if (!std::isfinite(value)) throw std::invalid_argument("JSON has no number that is not finite");
+    text_ += nlohmann::json(value).dump();
+  }
+  void operator()(const std::string& value) { text_ += nlohmann::json(repairedUtf8(value)).dump(); }
+  void operator()(const JsonValue::Array& items) {
+    text_ += '[';
+    open_.push_back({.items = &items});
+  }
+  void operator()(const JsonValue::Object& members) {
+    text_ += '{';
+    open_.push_back({.members = &members});
+  }
 
-  void operator()(JsonValue::Null) const { text += "null"; }
-  void operator()(bool value) const { text += value ? "true" : "false"; }
-  void operator()(std::int64_t value) const { text += std::to_string(value); }
-  void operator()(std::uint64_t value) const { text += std::to_string(value); }
-  void operator()(double value) const { append(text, value); }
-  void operator()(const std::string& value) const { appendQuoted(text, value); }
-  void operator()(const JsonValue::Array& items) const {
-    appendAll(text, '[', items, ']', [this](const JsonValue& item) { append(text, item); });
+ private:
+  struct Open {
+    const JsonValue::Array* items = nullptr;  ///< of an array
+    const JsonValue::Object* members = nullptr;
+    std::size_t written = 0;
+  };
+
+  void begin(const JsonValue& value) { std::visit(*this, value.value()); }
+
+  void goOn() {
+    Open& open = open_.back();
+    const std::size_t size = open.items != nullptr ? open.items->size() : open.members->size();
+    if (open.written == size) {
+      text_ += open.items != nullptr ? ']' : '}';
+      open_.pop_back();
+      return;
+    }
+    if (open.written > 0) text_ += ',';
+    const std::size_t next = open.written++;
+    if (open.items != nullptr) return begin((*open.items)[next]);
+    const JsonValue::Member& member = (*open.members)[next];
+    (*this)(member.key);
+    text_ += ':';
+    begin(member.value);
   }
-  void operator()(const JsonValue::Object& members) const {
-    appendAll(text, '{', members, '}', [this](const JsonValue::Member& member) {
-      appendQuoted(text, member.key);
-      text += ':';
-      append(text, member.value);
-    });
-  }
+
+  std::string text_;
+  std::vector<Open> open_;
 };
-
-void append(std::string& text, const JsonValue& value) { std::visit(Append{text}, value.value()); }
 
 }  // namespace
 
@@ -142,30 +152,12 @@ std::string describe(DecodingFailure, const DecodingContext& context) {
   return context.codingPath + ": " + context.debugDescription;
 }
 
-bool JsonValue::isNumber() const noexcept {
-  return std::holds_alternative<std::int64_t>(value_) || std::holds_alternative<std::uint64_t>(value_) ||
-         std::holds_alternative<double>(value_);
-}
-
-const JsonValue* JsonValue::find(std::string_view key) const noexcept {
-  if (const auto* members = as<Object>()) {
-    for (const Member& member : *members) {
-      if (member.key == key) return &member.value;
-    }
-  }
-  return nullptr;
-}
-
 JsonValue parseJson(std::string_view bytes) {
   Builder builder;
   if (!parseInto(builder, bytes)) throw DecodingError(DecodingFailure::dataCorrupted, {{}, kNotJson});
   return builder.take();
 }
 
-std::string jsonText(const JsonValue& value) {
-  std::string text;
-  append(text, value);
-  return text;
-}
+std::string jsonText(const JsonValue& value) { return Writer().write(value); }
 
 }  // namespace molvane

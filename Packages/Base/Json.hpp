@@ -29,7 +29,8 @@ struct DecodingContext {
 /// A document, or a value in one, is not what it should be.
 using DecodingError = CaseError<DecodingFailure, DecodingContext>;
 
-/// A JSON value that owns everything below it.
+/// A JSON value that owns everything below it. Copying, comparing and freeing one need no more stack for a
+/// deep value than for a flat one.
 ///
 /// A number that is whole and fits is an integer however it was written (`501.0`, `5.01e2`): std::int64_t
 /// where that holds it, else std::uint64_t. Every other number is a double. So equal numbers are equal
@@ -45,6 +46,11 @@ class JsonValue {
 
   JsonValue() = default;
   explicit JsonValue(Value value);
+  JsonValue(const JsonValue& other);
+  JsonValue(JsonValue&& other) noexcept;
+  JsonValue& operator=(const JsonValue& other);
+  JsonValue& operator=(JsonValue&& other) noexcept;
+  ~JsonValue();
 
   [[nodiscard]] const Value& value() const noexcept { return value_; }
   [[nodiscard]] bool isNull() const noexcept { return std::holds_alternative<Null>(value_); }
@@ -63,6 +69,14 @@ class JsonValue {
   bool operator==(const JsonValue& other) const;
 
  private:
+  /// The values right below this one.
+  [[nodiscard]] std::size_t childCount() const noexcept;
+  [[nodiscard]] const JsonValue& child(std::size_t index) const noexcept;
+  [[nodiscard]] JsonValue& child(std::size_t index) noexcept;
+  void dropLastChild() noexcept;
+
+  [[nodiscard]] bool equalsButForChildren(const JsonValue& other) const;
+
   Value value_;
 };
 
@@ -72,12 +86,16 @@ struct JsonValue::Member {
   bool operator==(const Member&) const = default;
 };
 
+// Here, where Member is complete.
 inline JsonValue::JsonValue(Value value) : value_(std::move(value)) {}
-inline bool JsonValue::operator==(const JsonValue& other) const { return value_ == other.value_; }
+inline JsonValue::JsonValue(JsonValue&& other) noexcept = default;
+inline JsonValue& JsonValue::operator=(JsonValue&& other) noexcept = default;
+inline JsonValue& JsonValue::operator=(const JsonValue& other) { return *this = JsonValue(other); }
 
 /// The largest document that is read, in bytes.
 inline constexpr std::size_t kMaximumJsonSize = std::size_t{4} << 20U;
-/// The deepest nesting of arrays and objects that is read.
+/// The deepest nesting of arrays and objects that is read. It bounds what a fromJson of a type that holds
+/// itself may recurse; nothing here or in JsonValue recurses with the depth.
 inline constexpr std::size_t kMaximumJsonDepth = 512;
 
 /// Reads one JSON document (RFC 8259). Throws a DecodingError of dataCorrupted for anything else, for a
@@ -87,7 +105,8 @@ inline constexpr std::size_t kMaximumJsonDepth = 512;
 [[nodiscard]] JsonValue parseJson(std::string_view bytes);
 
 /// The value as a JSON document in one line, members in their order. What is no UTF-8 in a text is written as
-/// U+FFFD. Throws std::invalid_argument for a number that is not finite.
+/// U+FFFD. Writes a value of any depth, also one that parseJson would refuse. Throws std::invalid_argument
+/// for a number that is not finite.
 [[nodiscard]] std::string jsonText(const JsonValue& value);
 
 }  // namespace molvane

@@ -101,6 +101,33 @@ TEST(Json, DepthAndSizeAreBounded) {
   EXPECT_THROW((void)parseJson("1" + std::string(kMaximumJsonSize, ' ')), DecodingError);
 }
 
+// Deeper than any stack is.
+TEST(Json, NoDepthIsTooMuchForTheStack) {
+  constexpr std::size_t kLevels = 100'000;
+  const auto nested = [](std::int64_t innermost) {
+    JsonValue value(innermost);
+    for (std::size_t level = 0; level < kLevels; level += 2) {
+      JsonValue::Array array;
+      array.push_back(JsonValue("x"s));
+      array.push_back(std::move(value));
+      array.emplace_back();
+      JsonValue::Object object;
+      object.push_back({"k", JsonValue(std::move(array))});
+      value = JsonValue(std::move(object));
+    }
+    return value;
+  };
+  const JsonValue value = nested(1);
+  JsonValue copy = value;
+  EXPECT_TRUE(copy == value);
+  EXPECT_FALSE(nested(2) == value);
+  const std::string text = jsonText(copy);
+  EXPECT_TRUE(text.starts_with(R"({"k":["x",{"k":["x",{"k")"));
+  EXPECT_NE(text.find(R"({"k":["x",1,null]},null]})"), std::string::npos);
+  copy = JsonValue();
+  EXPECT_EQ(jsonText(copy), "null");
+}
+
 TEST(Json, OfARepeatedKeyTheFirstCounts) {
   const JsonValue json = parseJson(R"({"a":1,"b":2,"a":3})");
   EXPECT_EQ(*json.find("a"), JsonValue(std::int64_t{1}));

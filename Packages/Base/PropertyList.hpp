@@ -72,7 +72,8 @@ inline constexpr std::size_t kMaximumPropertyListDepth = 128;
 /// can stand for a huge one).
 ///
 /// Strict: XML must be well formed, hold exactly one value in a `plist` element and define no entities; texts
-/// must be valid Unicode; dates lie in the years 1 to 9999. Opens no file and no connection, whatever the
+/// must be valid Unicode; dates lie in the years 1 to 9999. Whatever follows the `plist` element is ignored,
+/// as a tool may add a warning to the list that it writes. Opens no file and no connection, whatever the
 /// document asks for. The old text format is not read.
 [[nodiscard]] std::optional<PropertyList> parsePropertyList(
     std::string_view bytes, std::size_t maximumSize = kMaximumPropertyListSize);

@@ -136,8 +136,14 @@ TEST(PropertyList, MalformedXmlIsRefused) {
   }
   const std::string good = xml("<string>x</string>");
   ASSERT_TRUE(parsePropertyList(good));
-  for (const std::string& bad : {good + "x", good + good, "x" + good, "<true/>"s, ""s}) {
+  for (const std::string& bad : {"x" + good, "warning: slow\n" + good, "<true/>"s, ""s}) {
     EXPECT_FALSE(parsePropertyList(bad)) << bad;
+  }
+  // A tool's last words come after the list that it has written.
+  for (const std::string& tail :
+       {"x"s, "tool: <warning> & \xFF\0\n"s, good, "<!--"s, "<plist>"s, "</plist>"s}) {
+    EXPECT_EQ(parsed<std::string>(good + tail), "x") << tail;
+    EXPECT_FALSE(parsePropertyList(xml("<string>x</string><true/>") + tail)) << tail;
   }
 }
 

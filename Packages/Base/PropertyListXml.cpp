@@ -139,6 +139,8 @@ class Builder {
     return !ended.hasKey && add(PropertyList::dictionary(std::move(ended.entries)));
   }
 
+  /// The plist element has ended with its value.
+  [[nodiscard]] bool isComplete() const { return root_.has_value(); }
   std::optional<PropertyList> take() { return std::move(root_); }
 
  private:
@@ -242,10 +244,9 @@ class Parser {
   }
 
   std::optional<PropertyList> parse(std::string_view bytes) {
-    const XML_Status status =
-        XML_Parse(parser_.get(), bytes.data(), static_cast<int>(bytes.size()), XML_TRUE);
+    // Fails when it is stopped, too: what counts is whether the list came to its end before.
+    XML_Parse(parser_.get(), bytes.data(), static_cast<int>(bytes.size()), XML_TRUE);
     if (failure_) std::rethrow_exception(failure_);
-    if (status != XML_STATUS_OK || stopped_) return std::nullopt;
     return builder_.take();
   }
 
@@ -260,7 +261,7 @@ class Parser {
     // The parser may report what it has at hand after it was stopped.
     if (parser->stopped_) return;
     try {
-      parser->stopped_ = !event(parser->builder_);
+      parser->stopped_ = !event(parser->builder_) || parser->builder_.isComplete();
     } catch (...) {
       parser->failure_ = std::current_exception();
       parser->stopped_ = true;

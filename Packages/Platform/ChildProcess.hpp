@@ -20,6 +20,10 @@ namespace molvane {
 /// objects may live on any number of threads. The process is always reaped: by the object while it is in use,
 /// by its destructor, or in the background once it was left behind.
 ///
+/// What still writes into the pipe when the object goes, be it the tool or a process that it has started, can
+/// go on: a process that drops everything reads from then on, even beyond the caller's end. While there are
+/// 256 of these, the pipe of a tool that has ended is closed, and the log says so.
+///
 /// A process that ignores SIGCHLD is not told how its children ended, so starting a tool puts an ignored
 /// SIGCHLD of the whole process back to its default. A handler that somebody installed is left alone, but it
 /// must not reap.
@@ -64,8 +68,7 @@ class ChildProcess {
   bool pump(Clock::time_point deadline, const OutputHandler& onOutput);
 
   /// Hands output to `onOutput` until the pipe's end or `deadline`; true when the end was reached. A
-  /// grandchild that keeps the pipe open therefore costs the time until the deadline and no more: the reading
-  /// end is closed with this object.
+  /// grandchild that keeps the pipe open therefore costs the time until the deadline and no more.
   bool drain(Clock::time_point deadline, const OutputHandler& onOutput);
 
   /// Puts `bytes` into the tool's standard input (StandardInput::pipe only) and never waits. False when it
@@ -83,8 +86,8 @@ class ChildProcess {
   /// it; nothing while it runs. Does not wait.
   [[nodiscard]] std::optional<int> terminationStatus();
 
-  /// Lets the destructor leave a running process alone instead of killing it. What it still writes is read
-  /// and dropped, so that it can go on, and it is reaped when it ends; both end with the calling program.
+  /// Lets the destructor leave a running process alone instead of killing it. It is reaped when it ends, if
+  /// the calling program still runs then.
   void detachOnDestruction();
 
  private:

@@ -63,6 +63,33 @@ TEST_F(ChildProcessLeftoverTest, AToolThatIgnoresTheRequestGoesOnUndisturbedAndI
   EXPECT_TRUE(std::filesystem::exists(mark)) << "the tool could not write a mebibyte that nobody reads";
 }
 
+// However the tool ended, and whether or not somebody still looks at what it wrote.
+TEST_F(ChildProcessLeftoverTest, WhatAToolLeavesBehindGoesOnTalking) {
+  const std::string fifo = tools_.path("fifo");
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  const std::string tool = tools_.addScript(
+      "tool", "(exec 3<\"$1\"; echo up; read -r _ <&3; head -c 1000000 /dev/zero && echo done >\"$2\") & $3");
+  for (const std::string end : {"exit 3", "exec sleep 1000"}) {
+    const std::string mark = tools_.path(end);
+    FileDescriptor released;
+    {
+      ChildProcess child({tool, {fifo, mark, end}, StandardInput::null});
+      released.reset(::open(fifo.c_str(), O_WRONLY | O_CLOEXEC));
+      std::string output;
+      const auto onOutput = [&](std::string_view piece) { output += piece; };
+      for (const auto giveUp = in(kLongEnough); output != "up\n" && in(0s) < giveUp;) {
+        child.drain(in(10ms), onOutput);
+      }
+      const bool ends = end == "exit 3";
+      EXPECT_EQ(child.pump(ends ? in(kLongEnough) : in(0s), onOutput), ends);
+    }
+    EXPECT_FALSE(std::filesystem::exists(mark));
+    EXPECT_EQ(::write(released.get(), "\n", 1), 1);
+    ASSERT_TRUE(LeftoverProcesses::shared().waitUntilNone(in(kLongEnough)));
+    EXPECT_TRUE(std::filesystem::exists(mark)) << end;
+  }
+}
+
 TEST_F(ChildProcessLeftoverTest, DetachingDoesNothingToAToolThatHasEnded) {
   {
     ChildProcess child({"/bin/true", {}, StandardInput::null});

@@ -17,6 +17,7 @@
 #include <thread>
 
 #include "Platform/FileDescriptor.hpp"
+#include "Platform/posix/LeftoverProcesses.hpp"
 #include "Platform/testing/ToolFolder.hpp"
 
 namespace molvane {
@@ -307,14 +308,17 @@ TEST_F(ChildProcessTest, StopsWaitingAtTheDeadlineEvenOfAToolThatNeverPauses) {
 }
 
 TEST_F(ChildProcessTest, AGrandchildThatKeepsThePipeOpenCostsTheDeadlineAndNoMore) {
-  // The grandchild ends with its input, which closes with the object.
-  ChildProcess child(
-      {tools_.addScript("tool", "exec 3<&0; cat <&3 & echo started; exit 3"), {}, StandardInput::pipe});
-  std::string output;
-  EXPECT_TRUE(child.pump(in(kLongEnough), appendingTo(output)));
-  EXPECT_EQ(child.terminationStatus(), 3);
-  EXPECT_FALSE(child.drain(in(50ms), appendingTo(output)));
-  EXPECT_EQ(output, "started\n");
+  {
+    // The grandchild ends with its input, which closes with the object.
+    ChildProcess child(
+        {tools_.addScript("tool", "exec 3<&0; cat <&3 & echo started; exit 3"), {}, StandardInput::pipe});
+    std::string output;
+    EXPECT_TRUE(child.pump(in(kLongEnough), appendingTo(output)));
+    EXPECT_EQ(child.terminationStatus(), 3);
+    EXPECT_FALSE(child.drain(in(50ms), appendingTo(output)));
+    EXPECT_EQ(output, "started\n");
+  }
+  EXPECT_TRUE(LeftoverProcesses::shared().waitUntilNone(in(kLongEnough)));
 }
 
 TEST_F(ChildProcessTest, ReapsAProcessThatIsAbandonedHoweverItHappens) {

@@ -5,6 +5,7 @@
 #include <future>
 
 #include "AccountHarness.hpp"
+#include "Inbox.hpp"
 
 namespace molvane::e2e {
 namespace {
@@ -40,6 +41,11 @@ TEST_F(AccountFaults, ErrorInTheOutputIsAFailureWhateverTheStatus) {
   EXPECT_EQ(failureOf(createWith("at changed print   late Error: of no consequence")),
             "late Error: of no consequence");
   EXPECT_TRUE(accountExists("carol"));
+  // Nor does it matter that a secret which is a piece of the word is masked in it.
+  const ToolBehaviour refuses("sysadminctl@bob", "print Error: not today\nexit 0\n");
+  for (const char* proof : {"r", "E", ":"}) {
+    failureOf(manage(withProof(resetPassword("bob", "correct horse"), "ann", proof)));
+  }
 }
 
 TEST_F(AccountFaults, WrongProofChangesNothing) {
@@ -135,8 +141,14 @@ TEST_F(AccountFaults, OnlySixPromptsAndOnlyThoseForPasswordsAreAnswered) {
   EXPECT_FALSE(accountExists("carol"));
 }
 
-// The full two minutes, once. Meanwhile everybody else is served, but for those who change accounts too.
-TEST_F(AccountFaults, ToolThatHangsIsEndedAtTheLimit) {
+// The full two minutes, once for all tools that have them. Meanwhile everybody else is served, but for those
+// who change accounts too.
+TEST_F(AccountFaults, ToolsThatHangAreEndedAtTheLimit) {
+  const Inbox inbox;
+  const ToolBehaviour hangsToo("spctl", "hang\n");
+  Program app({kClient, "app", "install", inbox.addApp("Foo.app", "com.example.foo")}, kAnn);
+  Program package({kClient, "package", "install", inbox.addPackage("a.pkg", "/unused", "x")}, kAnn);
+
   const ToolBehaviour hangs("sysadminctl@hangs", "print I am hanging.\nhang\n");
   LogFollower tools(kToolLog);
   auto call = std::async(std::launch::async, [this] { return manage(create("hangs", "correct horse")); });
@@ -151,6 +163,10 @@ TEST_F(AccountFaults, ToolThatHangsIsEndedAtTheLimit) {
   EXPECT_TRUE(eventually([] {
     return run({"/usr/bin/pgrep", "-x", "-f", "sleep infinity"}).status == 1;
   })) << "the tool was left behind";
+  for (Program* install : {&app, &package}) {
+    EXPECT_THAT(install->wait().err,
+                HasSubstr("notarized). The assessment did not finish in time. (com.molvane."));
+  }
 }
 
 TEST_F(AccountFaults, ListingFails) {

@@ -40,10 +40,7 @@ std::vector<Step> resetSteps(const CompanyAdminState& state) {
   return steps({ResetAccountPassword{state.name, state.password, false, std::nullopt}});
 }
 
-bool failed(const PromptedCommand::Result& result) {
-  // The tools report some failures in words alone.
-  return result.status != 0 || result.output.find("Error:") != std::string::npos;
-}
+bool failed(const PromptedCommand::Result& result) { return result.failed(); }
 
 bool isDue(const CompanyAdminState& state, const CompanyAdminConfig& config, Date now) {
   const auto days = static_cast<double>(std::max<std::int64_t>(1, config.rotationDays));

@@ -163,8 +163,7 @@ LocalAccountsSnapshot perform(const LocalAccountOperation& operation,
   for (const Step& step : steps(operation)) {
     const PromptedCommand::Result result = PromptedCommand::run(step, kStepTimeout);
     log += "\n" + result.output;
-    // The tools report some failures in words alone.
-    if (result.status != 0 || result.output.find("Error:") != std::string::npos) throw Failure(log);
+    if (result.failed()) throw Failure(log);
   }
   std::optional<std::vector<LocalAccount>> listed = listedAccounts();
   if (!listed) throw Failure(log + "\nError: the accounts could not be read back");

@@ -29,6 +29,24 @@ constexpr int kMostAnswers = 6;
 /// With its newline what a terminal of any system takes as one line.
 constexpr std::size_t kLongestReply = 1023;  // bytes
 
+/// Looks for the word by which the tools report a failure, in output that comes piece by piece.
+class ErrorWord {
+ public:
+  void add(std::string_view written) {
+    for (const char c : written) {
+      if (found()) return;
+      if (c == '\r') continue;  // The terminal's.
+      matched_ = c == kWord[matched_] ? matched_ + 1 : c == kWord[0] ? 1 : 0;
+    }
+  }
+
+  [[nodiscard]] bool found() const { return matched_ == kWord.size(); }
+
+ private:
+  static constexpr std::string_view kWord = "Error:";
+  std::size_t matched_ = 0;
+};
+
 /// One tool on its terminal, from its start to its end.
 class Dialogue {
  public:
@@ -45,12 +63,16 @@ class Dialogue {
     }
     const std::optional<int> status = tool_.terminationStatus();
     if (status) tool_.drain(Clock::now() + limits_.outputAfterExit, read);
-    return {.status = timedOut ? -1 : status.value_or(-1), .output = text(), .abandoned = timedOut};
+    return {.status = timedOut ? -1 : status.value_or(-1),
+            .output = text(),
+            .abandoned = timedOut,
+            .saidError = error_.found()};
   }
 
  private:
   void readOutput(std::string_view bytes) {
     transcript_.add(bytes);
+    error_.add(bytes);
     if (answered_ >= kMostAnswers) return;
     line_.add(bytes);
     const std::optional<std::string> question = line_.asking();
@@ -79,13 +101,14 @@ class Dialogue {
   [[nodiscard]] std::string text() const {
     std::vector<std::string_view> secrets;
     for (const Step::Answer& answer : answers_) secrets.emplace_back(answer.reply);
-    return transcript_.text(secrets);
+    return transcript_.text(std::move(secrets));
   }
 
   ChildProcess& tool_;
   const std::vector<Step::Answer>& answers_;
   const Limits& limits_;
   ToolTranscript transcript_;
+  ErrorWord error_;
   PromptLine line_;
   int answered_ = 0;
 };
@@ -118,9 +141,12 @@ Result runOnTerminal(const Step& step, double timeout, const Limits& limits) {
 Result runPlainly(const Step& step, double timeout) {
   MaintenanceRunner::Execution execution =
       MaintenanceRunner::execute({step.executable, step.arguments}, timeout);
+  ErrorWord error;
+  error.add(execution.output);
   return {.status = execution.timedOut ? -1 : execution.status,
           .output = std::move(execution.output),
-          .abandoned = execution.timedOut};
+          .abandoned = execution.timedOut,
+          .saidError = error.found()};
 }
 
 }  // namespace

@@ -16,14 +16,19 @@ struct Result {
   /// The exit status, or the number of the signal that ended the tool; -1 when it could not be started or was
   /// stopped at the time limit.
   std::int32_t status = -1;
-  /// What the tool and the terminal wrote, invalid UTF-8 repaired, with "•••" for every reply that stands in
-  /// it, without carriage returns and without white space and newlines at the ends. When the tool could not
-  /// be started, the localized description of the reason.
+  /// What the tool and the terminal wrote, for people: invalid UTF-8 repaired, with "•••" for every reply
+  /// that stands in it, the longest first, without carriage returns and without white space and newlines at
+  /// the ends. When the tool could not be started, the localized description of the reason.
   std::string output;
   /// The tool was started and not followed to its end, because the limit struck or the system failed. It may
   /// have done its work all the same, and may be at it yet.
   bool abandoned = false;
+  /// "Error:" stood in what the tool and the terminal wrote, whatever of it is masked or left out in
+  /// `output`.
+  bool saidError = false;
 
+  /// The tools report some failures in words alone.
+  [[nodiscard]] bool failed() const noexcept { return status != 0 || saidError; }
   bool operator==(const Result&) const = default;
 };
 

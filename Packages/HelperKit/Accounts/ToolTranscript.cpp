@@ -26,18 +26,13 @@ void replaceAll(std::string& text, std::string_view found, std::string_view repl
   text.swap(*replaced);
 }
 
-std::string masked(std::string_view bytes, const std::vector<std::string_view>& secrets) {
+/// The longest come first, so that no end of one is left where another is its beginning.
+std::string masked(std::string_view bytes, const std::vector<std::string_view>& longestFirst) {
   std::string text = repairedUtf8(bytes);
-  for (const std::string_view secret : secrets) {
+  for (const std::string_view secret : longestFirst) {
     if (!secret.empty()) replaceAll(text, secret, kMask);
   }
   return text;
-}
-
-std::size_t longest(const std::vector<std::string_view>& secrets) {
-  std::size_t size = 0;
-  for (const std::string_view secret : secrets) size = std::max(size, secret.size());
-  return size;
 }
 
 bool isContinuation(char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U; }
@@ -71,7 +66,10 @@ void ToolTranscript::add(std::string_view bytes) {
   end_.erase(0, end_.size() - kept_);
 }
 
-std::string ToolTranscript::text(const std::vector<std::string_view>& secrets) const {
+std::string ToolTranscript::text(std::vector<std::string_view> secrets) const {
+  std::stable_sort(secrets.begin(), secrets.end(),
+                   [](auto one, auto other) { return one.size() > other.size(); });
+  const std::size_t longest = secrets.empty() ? 0 : secrets.front().size();
   const std::size_t surplus = end_.size() - std::min(end_.size(), kept_);
   const std::size_t leftOut = dropped_ + surplus;
   std::string text;
@@ -83,8 +81,8 @@ std::string ToolTranscript::text(const std::vector<std::string_view>& secrets) c
   } else {
     text = masked(beginning_, secrets);
     std::string end = masked(std::string_view(end_).substr(surplus), secrets);
-    shortenEnd(text, longest(secrets));
-    shortenBeginning(end, longest(secrets));
+    shortenEnd(text, longest);
+    shortenBeginning(end, longest);
     text.append("\n[about ").append(std::to_string(leftOut)).append(" bytes left out]\n").append(end);
   }
   std::erase(text, '\r');

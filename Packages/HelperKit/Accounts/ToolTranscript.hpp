@@ -19,10 +19,10 @@ class ToolTranscript {
 
   void add(std::string_view bytes);
 
-  /// The text: invalid UTF-8 repaired, "•••" for each of `secrets` wherever it stands, taken in order, no
+  /// The text: invalid UTF-8 repaired, "•••" for each of `secrets` wherever it stands, the longest first, no
   /// carriage return, no white space and newlines at the ends. A line stands in place of what is left out,
   /// with nothing next to it that might be a part of a secret.
-  [[nodiscard]] std::string text(const std::vector<std::string_view>& secrets) const;
+  [[nodiscard]] std::string text(std::vector<std::string_view> secrets) const;
 
  private:
   const std::size_t kept_;

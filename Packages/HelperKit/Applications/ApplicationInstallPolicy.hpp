@@ -25,7 +25,7 @@ enum class FailureCase {
   notAnApp,
   isProtected,  ///< carries the bundle's name, as does the next
   otherApp,
-  notAccepted,  ///< carries what the assessment said
+  notAccepted,  ///< carries what the assessment said, or that it did not finish in time
   failed,       ///< carries the whole sentence
 };
 [[nodiscard]] std::string describe(FailureCase which, const std::string& payload);

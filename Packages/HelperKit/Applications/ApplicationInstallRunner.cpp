@@ -37,13 +37,13 @@ std::string install(const std::string& path, const std::string& home, uid_t peer
   const std::string copy = work.path() + "/" + name;
   const auto copying = MaintenanceRunner::execute(ApplicationInstallPolicy::copy(original, copy),
                                                   ApplicationInstallPolicy::copyTimeout);
-  if (copying.timedOut || copying.status != 0) throw Failure(FailureCase::failed, copying.output);
+  if (copying.failed()) throw Failure(FailureCase::failed, copying.failureText("Copying the app"));
   checkStagedBundle({openedAnew(work.descriptor()), name}, original, peerUID, app.bundleID);
 
   const auto assessment = MaintenanceRunner::execute(ApplicationInstallPolicy::assess(copy),
                                                      ApplicationInstallPolicy::assessmentTimeout);
-  if (assessment.timedOut || assessment.status != 0) {
-    throw Failure(FailureCase::notAccepted, assessment.output);
+  if (assessment.failed()) {
+    throw Failure(FailureCase::notAccepted, assessment.failureText("The assessment"));
   }
   return placement.place(work, name, app.bundleID);
 }

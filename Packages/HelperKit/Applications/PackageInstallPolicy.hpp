@@ -22,7 +22,7 @@ enum class FailureCase {
   notOwned,
   missing,
   notAPackage,
-  notAccepted,    ///< carries what the assessment said
+  notAccepted,    ///< carries what the assessment said, or that it did not finish in time
   installFailed,  ///< carries the whole sentence
 };
 [[nodiscard]] std::string describe(FailureCase which, const std::string& payload);

@@ -17,16 +17,15 @@ std::string install(const std::string& path, const std::string& home, uid_t peer
   if (verified) {
     const auto assessment = MaintenanceRunner::execute(PackageInstallPolicy::assess(copy.path()),
                                                        PackageInstallPolicy::assessmentTimeout);
-    if (assessment.timedOut || assessment.status != 0) {
-      throw Failure(FailureCase::notAccepted, assessment.output);
+    if (assessment.failed()) {
+      throw Failure(FailureCase::notAccepted, assessment.failureText("The assessment"));
     }
   }
   const auto installation =
       MaintenanceRunner::execute(PackageInstallPolicy::install(copy.path()), PackageInstallPolicy::timeout);
-  if (installation.timedOut) {
-    throw Failure(FailureCase::installFailed, "The installer did not finish in time.");
+  if (installation.failed()) {
+    throw Failure(FailureCase::installFailed, installation.failureText("The installer"));
   }
-  if (installation.status != 0) throw Failure(FailureCase::installFailed, installation.output);
   return installation.output;
 }
 

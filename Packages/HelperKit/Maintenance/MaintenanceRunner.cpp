@@ -84,6 +84,10 @@ bool isAcceptable(std::int32_t status, const MaintenanceTask::Command& command) 
 
 }  // namespace
 
+std::string Execution::failureText(const std::string& subject) const {
+  return timedOut ? subject + " did not finish in time." : output;
+}
+
 Execution execute(const MaintenanceTask::Command& command, double timeout, const Limits& limits) {
   std::optional<ChildProcess> tool;
   try {

@@ -23,6 +23,11 @@ struct Execution {
   std::string output;
   bool timedOut = false;
 
+  [[nodiscard]] bool failed() const noexcept { return timedOut || status != 0; }
+  /// What to tell of a tool that failed: what it wrote, or that `subject`, "The installer" for one, did not
+  /// finish in time.
+  [[nodiscard]] std::string failureText(const std::string& subject) const;
+
   bool operator==(const Execution&) const = default;
 };
 
@@ -50,7 +55,7 @@ struct Limits {
 /// At the limit the tool is sent SIGTERM and waited for a little longer; what it wrote is dropped. There is
 /// no forced kill: a tool that ignores SIGTERM is left running. Never throws for what the tool does or for a
 /// failed launch; std::system_error when the system fails while the tool is being watched, and then the tool
-/// is killed.
+/// is killed. A process that the tool leaves behind is not waited for, and may go on writing.
 [[nodiscard]] Execution execute(const MaintenanceTask::Command& command, double timeout,
                                 const Limits& limits = {});
 

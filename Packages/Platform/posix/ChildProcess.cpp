@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -15,9 +14,9 @@
 #include "Platform/FileDescriptor.hpp"
 #include "Platform/posix/LeftoverProcesses.hpp"
 #include "Platform/posix/PollUntil.hpp"
-#include "Platform/posix/ProcessExitWatch.hpp"
 #include "Platform/posix/SpawnHost.hpp"
 #include "Platform/posix/SpawnRequest.hpp"
+#include "Platform/posix/UnreapedProcess.hpp"
 
 namespace molvane {
 
@@ -35,17 +34,6 @@ void keepExitStatuses() {
   if (ignored) action.sa_handler = SIG_DFL;
   action.sa_flags &= ~SA_NOCLDWAIT;
   if (::sigaction(SIGCHLD, &action, nullptr) != 0) throwErrno("restoring SIGCHLD");
-}
-
-/// Waits for a process that is known to have ended or to be about to.
-int reap(pid_t pid) {
-  int status = 0;
-  pid_t reaped = 0;
-  do {
-    reaped = ::waitpid(pid, &status, 0);
-  } while (reaped < 0 && errno == EINTR);
-  if (reaped != pid) return -1;
-  return WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status);
 }
 
 /// Keeps a write to a pipe without a reader from raising SIGPIPE, for this thread and as long as it lives.
@@ -83,17 +71,17 @@ class BrokenPipeShield {
 struct ChildProcess::State {
   UnreapedProcess process;
   FileDescriptor input;
+  FileDescriptor output;
   std::optional<int> status;
   bool detached = false;
   std::array<char, kBytesReadAtOnce> buffer;
 
-  void start(const Options& options);
-  void watchOrKill();
+  pid_t start(const Options& options);
   bool hasEnded(Clock::time_point deadline);
   void forward(const OutputHandler& onOutput);
 };
 
-void ChildProcess::State::start(const Options& options) {
+pid_t ChildProcess::State::start(const Options& options) {
   Pipe out = openPipe();
   Pipe in;
   if (options.standardInput == StandardInput::pipe) {
@@ -113,19 +101,9 @@ void ChildProcess::State::start(const Options& options) {
       request.setInput(in.readEnd);
       break;
   }
-  process.pid = request.spawn();
-  process.output = std::move(out.readEnd);
+  output = std::move(out.readEnd);
   input = std::move(in.writeEnd);
-}
-
-void ChildProcess::State::watchOrKill() {
-  try {
-    process.exitWatch = openProcessExitWatch(process.pid);
-  } catch (...) {
-    ::kill(process.pid, SIGKILL);
-    reap(process.pid);
-    throw;
-  }
+  return request.spawn();
 }
 
 bool ChildProcess::State::hasEnded(Clock::time_point deadline) {
@@ -135,11 +113,11 @@ bool ChildProcess::State::hasEnded(Clock::time_point deadline) {
 }
 
 void ChildProcess::State::forward(const OutputHandler& onOutput) {
-  const ssize_t count = ::read(process.output.get(), buffer.data(), buffer.size());
+  const ssize_t count = ::read(output.get(), buffer.data(), buffer.size());
   if (count < 0 && errno == EINTR) return;
   if (count < 0) throwErrno("reading a tool's output");
   if (count == 0) {
-    process.output.reset();
+    output.reset();
   } else {
     onOutput({buffer.data(), static_cast<std::size_t>(count)});
   }
@@ -148,25 +126,29 @@ void ChildProcess::State::forward(const OutputHandler& onOutput) {
 ChildProcess::ChildProcess(const Options& options) : state_(std::make_unique<State>()) {
   LeftoverProcesses::shared().requireRoom();
   keepExitStatuses();
-  state_->start(options);
+  const pid_t pid = state_->start(options);
   // The child's ends are closed by now, so that the watch finds a free descriptor even at the limit.
-  state_->watchOrKill();
+  state_->process = watched(pid);
 }
 
 ChildProcess::~ChildProcess() {
   closeInput();
-  if (terminationStatus()) return;
-  if (!state_->detached) {
+  if (!terminationStatus() && !state_->detached) {
     ::kill(state_->process.pid, SIGKILL);
-    if (state_->hasEnded(Clock::now() + kPatienceAfterKill)) return;
+    state_->hasEnded(Clock::now() + kPatienceAfterKill);
   }
-  LeftoverProcesses::shared().adopt(std::move(state_->process));
+  LeftoverProcesses& leftovers = LeftoverProcesses::shared();
+  if (state_->status) {
+    leftovers.swallow(std::move(state_->output));
+  } else {
+    leftovers.adopt(std::move(state_->process), std::move(state_->output));
+  }
 }
 
 bool ChildProcess::pump(Clock::time_point deadline, const OutputHandler& onOutput) {
   while (!state_->status) {
     std::array<pollfd, 2> polled{{{state_->process.exitWatch.get(), POLLIN, 0},  //
-                                  {state_->process.output.get(), POLLIN, 0}}};
+                                  {state_->output.get(), POLLIN, 0}}};
     const bool anything = pollUntil(polled, deadline);
     if (polled[0].revents != 0) return state_->hasEnded(Clock::now());
     if (polled[1].revents != 0) state_->forward(onOutput);
@@ -177,12 +159,12 @@ bool ChildProcess::pump(Clock::time_point deadline, const OutputHandler& onOutpu
 }
 
 bool ChildProcess::drain(Clock::time_point deadline, const OutputHandler& onOutput) {
-  while (state_->process.output) {
-    pollfd output{state_->process.output.get(), POLLIN, 0};
+  while (state_->output) {
+    pollfd output{state_->output.get(), POLLIN, 0};
     if (pollUntil({&output, 1}, deadline)) state_->forward(onOutput);
     if (Clock::now() >= deadline) break;
   }
-  return !state_->process.output;
+  return !state_->output;
 }
 
 bool ChildProcess::writeInput(std::string_view bytes) {

@@ -1,33 +1,36 @@
 #include "Platform/posix/LeftoverProcesses.hpp"
 
 #include <poll.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <exception>
 #include <iterator>
+#include <limits>
+#include <string>
 #include <system_error>
 #include <thread>
 #include <utility>
+
+#include "Platform/Log.hpp"
+#include "Platform/posix/SpawnRequest.hpp"
 
 namespace molvane {
 
 namespace {
 
-constexpr std::size_t kBytesDroppedAtOnce = 4096;
+/// On every host, and asks for no rights. With its output on the null device it reads and drops.
+constexpr const char* kReader = "/bin/cat";
 
-/// False once there is nothing more to read. Only for a descriptor that polled readable.
-bool dropBytes(const FileDescriptor& from) {
-  std::array<char, kBytesDroppedAtOnce> dropped;
-  const ssize_t count = ::read(from.get(), dropped.data(), dropped.size());
-  return count > 0 || (count < 0 && errno == EINTR);
+bool somebodyCanWriteTo(const FileDescriptor& readEnd) {
+  pollfd end{readEnd.get(), POLLIN, 0};
+  return ::poll(&end, 1, 0) <= 0 || (end.revents & POLLHUP) == 0;
 }
 
-void reap(pid_t pid) {
-  while (::waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
-  }
+[[noreturn]] void throwNoRoom(const char* why) {
+  throw std::system_error(EAGAIN, std::generic_category(), why);
 }
 
 }  // namespace
@@ -43,15 +46,39 @@ LeftoverProcesses::LeftoverProcesses() : wakeUp_(openPipe()) {}
 void LeftoverProcesses::requireRoom() {
   MutexLock lock(mutex_);
   if (!arrived_.empty()) startKeeper();
-  if (kept_ + arrived_.size() >= kMost) {
-    throw std::system_error(EAGAIN, std::generic_category(),
-                            "too many tools that were left behind still run");
+  if (tools_ >= kMost) throwNoRoom("too many tools that were left behind still run");
+}
+
+void LeftoverProcesses::adopt(UnreapedProcess tool, FileDescriptor output) noexcept {
+  // The tools are few, and what others have left behind must not cost one its work.
+  startReader(output, std::numeric_limits<std::size_t>::max());
+  add({std::move(tool), false});
+}
+
+void LeftoverProcesses::swallow(FileDescriptor output) noexcept { startReader(output, kMostReaders); }
+
+void LeftoverProcesses::startReader(const FileDescriptor& output, std::size_t most) noexcept {
+  if (!output || !somebodyCanWriteTo(output)) return;
+  try {
+    if (readers() >= most) throwNoRoom("too many of them still run");
+    SpawnRequest reader(kReader, {});
+    reader.setInput(output);
+    reader.setNullOutput();
+    add({watched(reader.spawn()), true});
+  } catch (const std::exception& error) {
+    logLine("a process that a tool left behind cannot write any more: " + std::string(error.what()));
   }
 }
 
-void LeftoverProcesses::adopt(UnreapedProcess process) noexcept {
+std::size_t LeftoverProcesses::readers() {
+  const MutexLock lock(mutex_);
+  return readers_;
+}
+
+void LeftoverProcesses::add(Leftover leftover) noexcept {
   MutexLock lock(mutex_);
-  arrived_.push_back(std::move(process));
+  ++(leftover.isReader ? readers_ : tools_);
+  arrived_.push_back(std::move(leftover));
   startKeeper();
   // A keeper that is busy looks for arrivals by itself, so a byte that does not fit is not missed.
   [[maybe_unused]] const ssize_t written = ::write(wakeUp_.writeEnd.get(), "", 1);
@@ -78,40 +105,36 @@ void LeftoverProcesses::startKeeper() noexcept {
 }
 
 void LeftoverProcesses::keep() {
-  std::vector<UnreapedProcess> kept;
-  while (takeArrivals(kept)) waitForEvent(kept);
+  std::vector<Leftover> kept;
+  while (takeArrivals(kept)) waitForEnd(kept);
 }
 
-bool LeftoverProcesses::takeArrivals(std::vector<UnreapedProcess>& kept) {
+bool LeftoverProcesses::takeArrivals(std::vector<Leftover>& kept) {
   MutexLock lock(mutex_);
   kept.insert(kept.end(), std::make_move_iterator(arrived_.begin()), std::make_move_iterator(arrived_.end()));
   arrived_.clear();
-  kept_ = kept.size();
+  const auto isReader = [](const Leftover& leftover) { return leftover.isReader; };
+  readers_ = static_cast<std::size_t>(std::count_if(kept.begin(), kept.end(), isReader));
+  tools_ = kept.size() - readers_;
   keeperRuns_ = !kept.empty();
   if (!keeperRuns_) noneLeft_.notify_all();
   return keeperRuns_;
 }
 
-void LeftoverProcesses::waitForEvent(std::vector<UnreapedProcess>& kept) {
+void LeftoverProcesses::waitForEnd(std::vector<Leftover>& kept) {
   std::vector<pollfd> polled{{wakeUp_.readEnd.get(), POLLIN, 0}};
-  for (const UnreapedProcess& process : kept) {
-    polled.push_back({process.exitWatch.get(), POLLIN, 0});
-    polled.push_back({process.output.get(), POLLIN, 0});
-  }
+  for (const Leftover& leftover : kept) polled.push_back({leftover.process.exitWatch.get(), POLLIN, 0});
   if (::poll(polled.data(), static_cast<nfds_t>(polled.size()), -1) <= 0) return;
 
-  if (polled[0].revents != 0) dropBytes(wakeUp_.readEnd);
-  for (std::size_t i = 0; i < kept.size(); ++i) {
-    const bool ended = polled[2 * i + 1].revents != 0;
-    const bool readable = polled[2 * i + 2].revents != 0;
-    if (ended) {
-      reap(std::exchange(kept[i].pid, -1));
-    } else if (readable && !dropBytes(kept[i].output)) {
-      kept[i].output.reset();
-    }
+  if (polled[0].revents != 0) {
+    std::array<char, 64> dropped;
+    [[maybe_unused]] const ssize_t count = ::read(wakeUp_.readEnd.get(), dropped.data(), dropped.size());
   }
-  kept.erase(std::remove_if(kept.begin(), kept.end(), [](const auto& process) { return process.pid == -1; }),
-             kept.end());
+  for (std::size_t i = kept.size(); i-- > 0;) {
+    if (polled[i + 1].revents == 0) continue;
+    reap(kept[i].process.pid);
+    kept.erase(kept.begin() + static_cast<std::ptrdiff_t>(i));
+  }
 }
 
 }  // namespace molvane

@@ -74,6 +74,13 @@ void SpawnRequest::setOutput(const FileDescriptor& writeEnd) {
   }
 }
 
+void SpawnRequest::setNullOutput() {
+  for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {
+    check(::posix_spawn_file_actions_addopen(&actions_, stream, "/dev/null", O_WRONLY, 0),
+          "setting up a tool's output");
+  }
+}
+
 pid_t SpawnRequest::spawn() {
   const sigset_t defaults = allChangeableSignals();
   sigset_t none;

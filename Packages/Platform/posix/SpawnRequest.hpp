@@ -31,6 +31,7 @@ class SpawnRequest {
   void setInput(const FileDescriptor& readEnd);
   /// Both standard output and standard error.
   void setOutput(const FileDescriptor& writeEnd);
+  void setNullOutput();
 
   /// Starts the program and returns its process, which the caller must reap. Call it once, last.
   [[nodiscard]] pid_t spawn();

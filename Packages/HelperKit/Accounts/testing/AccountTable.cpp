@@ -39,7 +39,11 @@ PromptedCommand::Result AccountTable::run(const Step& step) {
   const std::optional<Fault> broken = fault ? fault(call) : std::nullopt;
   const bool done = broken && !broken->takesEffect ? false : act(step);
   if (moment) moment("after " + call);
-  if (broken) return broken->result;
+  if (broken) {
+    PromptedCommand::Result result = broken->result;
+    result.saidError = result.output.find("Error:") != std::string::npos;
+    return result;
+  }
   return {.status = done ? 0 : 1, .output = done ? "" : "refused"};
 }
 
