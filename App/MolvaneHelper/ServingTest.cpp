@@ -33,6 +33,7 @@ class OneDisk final : public DeviceFactsProviding {
   }
   std::set<std::string> wholeDisks(const std::string& name) const override { return {name}; }
   std::set<std::string> bootWholeDisks() const override { return {}; }
+  std::set<std::string> systemWholeDisks() const override { return {}; }
 };
 
 class CountingListener final : public Listener {
