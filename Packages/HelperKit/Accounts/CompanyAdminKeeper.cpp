@@ -38,6 +38,10 @@ std::string descriptionOfCurrentException() {
 
 [[noreturn]] void fail(const std::string& sentence) { throw std::runtime_error(sentence); }
 
+std::string doubt(const CompanyAdminState& state) {
+  return "Others could change the record of the account " + state.name;
+}
+
 /// What an account that the directory shows lacks of being active, as a sentence; empty when that is nothing.
 std::string shortcoming(const LocalAccount& account) {
   const std::string subject = "The account " + account.name + " is ";
@@ -53,6 +57,7 @@ std::string shortcoming(const LocalAccount& account) {
 struct CompanyAdminKeeper::Record {
   std::optional<State> state;
   std::optional<State> pending;     ///< differs from the state
+  std::optional<State> doubted;     ///< others could have written it; only where there is no state
   bool pendingNotBelieved = false;  ///< a password was being set, and which one cannot be told
 
   [[nodiscard]] std::optional<std::string> name() const {
@@ -70,8 +75,10 @@ CompanyAdminKeeper::Record CompanyAdminKeeper::load() const {
   Record record;
   CompanyAdminFiles::Found state = files_.state();
   if (state.trust == Trust::believed) record.state = std::move(state.state);
+  if (state.trust == Trust::doubted) record.doubted = std::move(state.state);
   CompanyAdminFiles::Found found = files_.pending();
-  record.pendingNotBelieved = found.trust == Trust::notBelieved;
+  record.pendingNotBelieved = found.trust == Trust::notBelieved || found.trust == Trust::doubted;
+  if (found.trust == Trust::doubted && !record.state && !record.doubted) record.doubted = found.state;
   if (found.trust != Trust::believed) return record;
   // Of another account, or settled but for its removal, it has no meaning any more.
   const bool counts = !record.state || (record.state->name == found.state.name &&
@@ -91,8 +98,26 @@ CompanyAdminStatus CompanyAdminKeeper::apply(const CompanyAdminConfig& config, D
   return status(config, std::move(problem));
 }
 
+/// What others could have written is believed when the directory confirms the password, but for a date that
+/// has not come. What the directory refuses stays in doubt. Throws where it gives no answer, since an account
+/// may hang on that.
+void CompanyAdminKeeper::askAboutDoubted(Date now) {
+  using Found = CompanyAdminFiles::Found;
+  const auto confirmed = [&](Found& found) {
+    if (found.trust != CompanyAdminFiles::Trust::doubted) return false;
+    const CompanyAdminTools::Answer answer = tools_.ask(found.state);
+    if (answer.verdict == Verdict::noAnswer) fail(doubt(found.state) + ". " + answer.problem());
+    Date& date = found.state.rotatedAt;
+    date.secondsSinceReference = std::min(date.secondsSinceReference, now.secondsSinceReference);
+    return answer.opens();
+  };
+  if (Found found = files_.state(); confirmed(found)) files_.saveState(found.state);
+  if (Found found = files_.pending(); confirmed(found)) files_.savePending(found.state);
+}
+
 std::optional<std::string> CompanyAdminKeeper::bringInLine(const CompanyAdminConfig& config, Date now) {
   files_.clearUp();
+  askAboutDoubted(now);
   Record record = load();
   if (record.name() && !canonicallyEqual(*record.name(), config.name)) {
     tools_.disable(*record.name());
@@ -110,6 +135,7 @@ std::optional<std::string> CompanyAdminKeeper::bringInLine(const CompanyAdminCon
   const CompanyAdminTools::Sighting sighting = tools_.look(config.name);
   const bool there = sighting.presence == Presence::listed || sighting.presence == Presence::unlisted;
   if (there && !record.name()) {
+    if (record.doubted) return doubt(*record.doubted) + ", and its password does not open it.";
     return std::string(LocalAccountFailure(LocalAccountFailure::exists).rawValue());
   }
   switch (sighting.presence) {
@@ -216,11 +242,15 @@ std::optional<CompanyAdminKeeper::Credentials> CompanyAdminKeeper::password() {
   const MutexLock lock(lock_);
   const Record record = load();
   if (record.pending) return settled(record);
-  if (!record.state) return std::nullopt;
-  if (record.pendingNotBelieved && !tools_.ask(*record.state).opens()) {
+  const std::optional<State>& known = record.state ? record.state : record.doubted;
+  if (!known) return std::nullopt;
+  if (record.doubted && !tools_.ask(*known).opens()) {
+    throw PasswordUnknown(doubt(*known) + ", and the directory does not confirm it.");
+  }
+  if (record.pendingNotBelieved && !tools_.ask(*known).opens()) {
     throw PasswordUnknown("setting it was cut short.");
   }
-  return Credentials{record.state->name, record.state->password};
+  return Credentials{known->name, known->password};
 }
 
 /// What is to be handed out while a password is pending; nothing when the account was never made.
@@ -249,7 +279,8 @@ std::optional<CompanyAdminKeeper::Credentials> CompanyAdminKeeper::settled(const
 
 std::optional<std::string> CompanyAdminKeeper::managedName() {
   const MutexLock lock(lock_);
-  return load().name();
+  const Record record = load();
+  return record.doubted ? record.doubted->name : record.name();
 }
 
 }  // namespace molvane

@@ -60,13 +60,15 @@ class CompanyAdminKeeper {
   /// Throws PasswordUnknown.
   [[nodiscard]] std::optional<Credentials> password() MOLVANE_EXCLUDES(lock_);
 
-  /// Short name of the managed account, also of one whose creation was cut short; nothing when there is none.
+  /// Short name of the managed account, also of one whose creation was cut short or whose record is in doubt;
+  /// nothing when there is none.
   [[nodiscard]] std::optional<std::string> managedName() MOLVANE_EXCLUDES(lock_);
 
  private:
   struct Record;
 
   [[nodiscard]] Record load() const MOLVANE_REQUIRES(lock_);
+  void askAboutDoubted(Date now) MOLVANE_REQUIRES(lock_);
   [[nodiscard]] std::optional<std::string> bringInLine(const CompanyAdminConfig& config, Date now)
       MOLVANE_REQUIRES(lock_);
   [[nodiscard]] CompanyAdminStatus status(const CompanyAdminConfig& config,

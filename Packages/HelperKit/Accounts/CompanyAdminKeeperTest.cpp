@@ -195,6 +195,38 @@ TEST_F(CompanyAdminKeeperTest, AnAccountMadeMeanwhileByAnotherIsNotTakenOver) {
   EXPECT_EQ(apply().problem, "exists");
 }
 
+TEST_F(CompanyAdminKeeperTest, ARecordThatOthersCouldChangeCountsWhenTheDirectoryConfirmsIt) {
+  apply(wanted(), after(9000 * kDay));
+  const std::string good = working();
+  const std::string record = folder_ + "/company-admin.json";
+  const auto widen = [&] {
+    fs::permissions(folder_, fs::perms::all);
+    fs::permissions(record, fs::perms::all);
+  };
+  widen();
+  EXPECT_EQ(working(), good);
+  EXPECT_EQ(fs::status(folder_).permissions(), fs::perms::owner_all);
+  EXPECT_EQ(fs::status(record).permissions(), fs::perms::owner_read) << "still in doubt, but nobody else's";
+  table_.fault = [](const auto&) { return AccountTable::Fault{.result = {.output = "no answer"}}; };
+  EXPECT_THROW(static_cast<void>(password()), CompanyAdminKeeper::PasswordUnknown);
+  EXPECT_THAT(apply(wanted("corpadmin")).problem.value_or(""), HasSubstr("no answer"));
+  table_.fault = nullptr;
+  EXPECT_EQ(CompanyAdminKeeper(folder_, table_.machine()).managedName(), "itadmin");
+  EXPECT_EQ(apply(), (CompanyAdminStatus{wanted(), true, kBegin, {}}));
+  EXPECT_EQ(working(), good);
+  EXPECT_EQ(fs::status(record).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+
+  // On the word of somebody else no account is touched, not even let go.
+  table_.accounts["ann"] = {.fullName = "Ann", .password = "anns", .isAdmin = true};
+  CompanyAdminFiles(folder_).saveState({"ann", "planted", kBegin});
+  widen();
+  EXPECT_THROW(static_cast<void>(password()), CompanyAdminKeeper::PasswordUnknown);
+  EXPECT_THAT(apply(wanted("ann")).problem.value_or(""), HasSubstr("Others could change the record"));
+  EXPECT_EQ(apply(wanted("corpadmin")).problem, std::nullopt);
+  EXPECT_FALSE(table_.accounts.at("ann").isDisabled || table_.accounts.at("ann").isHidden);
+  working("corpadmin");
+}
+
 /// What the keeper may find, and what may go wrong then.
 struct Situation {
   std::string state;    ///< the password on record; empty: no file
