@@ -33,8 +33,9 @@ const std::vector<Moment> kCreating{
     {"WhenThePasswordWasTyped", "sysadminctl@itadmin", "at asked hold", 1},
     {"WhenTheAccountHasNoPasswordYet", "sysadminctl@itadmin", "at recorded hold", 1},
     {"WhenTheAccountIsMade", "sysadminctl@itadmin", "at changed hold", 1},
-    {"BeforeItIsHidden", "dscl@IsHidden", "hold", 1},
+    {"BeforeItIsHidden", "dscl@_Users_itadmin", "hold", 1},
     {"WhenItIsHidden", "dscl@_Users_itadmin", "at changed hold", 1},
+    {"WhenTheDirectoryIsAsked", "dscl@-authonly", "at asked hold", 1},
     {"WhenTheStateIsSaved", "dscl@-readall", "hold", 2},
 };
 
@@ -44,6 +45,7 @@ const std::vector<Moment> kRotating{
     {"BeforeTheToolAsks", "sysadminctl@itadmin", "hold", 1},
     {"WhenThePasswordWasTyped", "sysadminctl@itadmin", "at asked hold", 1},
     {"WhenThePasswordIsSet", "sysadminctl@itadmin", "at changed hold", 1},
+    {"WhenTheDirectoryIsAsked", "dscl@-authonly", "at asked hold", 1},
     {"WhenTheStateIsSaved", "dscl@-readall", "hold", 2},
 };
 
@@ -62,7 +64,7 @@ std::string nameOf(const testing::TestParamInfo<Crash>& info) {
   return std::string(info.param.moment.name) + kEnds.at(static_cast<std::size_t>(info.param.tool));
 }
 
-class CompanyAdminCrash : public AccountFixture, public testing::WithParamInterface<Crash> {
+class CompanyAdminKilled : public AccountFixture {
  protected:
   /// Makes a call and kills the helper at the moment.
   void killDuring(const std::function<void()>& call, HeldTool& tool, int nth) {
@@ -77,31 +79,6 @@ class CompanyAdminCrash : public AccountFixture, public testing::WithParamInterf
     endHelper();
     cutOff.wait();
     tool.forget();
-  }
-
-  /// Applies the configuration and kills the helper at the moment; then asks the next helper, which must not
-  /// hand out what does not work; then applies once more, after which all must be well.
-  void crash() {
-    const auto& [moment, fate] = GetParam();
-    // With the helper its terminal goes, too, sooner or later. What is to finish must not mind.
-    const std::string mind = fate == Tool::kDiesToo ? "" : "ignore-hup\n";
-    HeldTool tool(moment.tool, mind + moment.directives + "\n");
-    killDuring([this] { applyCompanyAdmin(companyConfig()); }, tool, moment.nth);
-    switch (fate) {
-      case Tool::kDiesToo:
-        tool.killTool();
-        break;
-      case Tool::kFinishesBefore:
-        tool.letFinish();
-        break;
-      case Tool::kFinishesAfter:
-        expectHonest();
-        tool.letFinish();
-        break;
-    }
-    expectHonest();
-    expectHonest();
-    expectWellAfterApply();
   }
 
   void expectWellAfterApply() {
@@ -141,6 +118,34 @@ class CompanyAdminCrash : public AccountFixture, public testing::WithParamInterf
   bool known_ = false;  ///< there was a company administrator before
 };
 
+class CompanyAdminCrash : public CompanyAdminKilled, public testing::WithParamInterface<Crash> {
+ protected:
+  /// Applies the configuration and kills the helper at the moment; then asks the next helper, which must not
+  /// hand out what does not work; then applies once more, after which all must be well.
+  void crash() {
+    const auto& [moment, fate] = GetParam();
+    // With the helper its terminal goes, too, sooner or later. What is to finish must not mind.
+    const std::string mind = fate == Tool::kDiesToo ? "" : "ignore-hup\n";
+    HeldTool tool(moment.tool, mind + moment.directives + "\n");
+    killDuring([this] { applyCompanyAdmin(companyConfig()); }, tool, moment.nth);
+    switch (fate) {
+      case Tool::kDiesToo:
+        tool.killTool();
+        break;
+      case Tool::kFinishesBefore:
+        tool.letFinish();
+        break;
+      case Tool::kFinishesAfter:
+        expectHonest();
+        tool.letFinish();
+        break;
+    }
+    expectHonest();
+    expectHonest();
+    expectWellAfterApply();
+  }
+};
+
 class CompanyAdminCreationCrash : public CompanyAdminCrash {};
 TEST_P(CompanyAdminCreationCrash, EndsWell) { crash(); }
 INSTANTIATE_TEST_SUITE_P(At, CompanyAdminCreationCrash, testing::ValuesIn(crashes(kCreating)), nameOf);
@@ -151,6 +156,36 @@ TEST_P(CompanyAdminRotationCrash, EndsWell) {
   crash();
 }
 INSTANTIATE_TEST_SUITE_P(At, CompanyAdminRotationCrash, testing::ValuesIn(crashes(kRotating)), nameOf);
+
+// The password on record is that of an account which somebody has deleted.
+class CompanyAdminReplacementCrash : public CompanyAdminCrash {};
+TEST_P(CompanyAdminReplacementCrash, EndsWell) {
+  makeOneThatIsDue();
+  run({"/usr/sbin/sysadminctl", "-deleteUser", "itadmin", "-keepHome"});
+  crash();
+}
+INSTANTIATE_TEST_SUITE_P(At, CompanyAdminReplacementCrash,
+                         testing::Values(Crash{kCreating[3], Tool::kDiesToo},
+                                         Crash{kCreating[3], Tool::kFinishesAfter},
+                                         Crash{kCreating[4], Tool::kDiesToo}),
+                         nameOf);
+
+// The first tool makes the account while the next helper's tool is about to.
+TEST_F(CompanyAdminKilled, ToolThatOutlivesItsHelperMeetsTheNext) {
+  HeldTool first("sysadminctl@itadmin", "ignore-hup\nat asked hold\n");
+  killDuring([this] { applyCompanyAdmin(companyConfig()); }, first, 1);
+  HeldTool second("sysadminctl@itadmin", "hold\nhold\n");
+  auto call = std::async(std::launch::async, [this] { return applyCompanyAdmin(companyConfig()); });
+  second.waitUntilHeld();
+  // Of the two holds one may be passed now.
+  HeldTool::letGo();
+  ASSERT_TRUE(eventually([] { return isAdministrator("itadmin"); }));
+  second.letFinish();
+  call.get();
+  second.forget();
+  expectHonest();
+  expectWellAfterApply();
+}
 
 // Killed again while it finds out which password is in force.
 class CompanyAdminRecoveryCrash : public CompanyAdminCrash {};

@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -97,91 +96,49 @@ TEST_F(CompanyAdmin, IsRotatedSwitchedOffAndOnAndLetGo) {
   EXPECT_EQ(applyCompanyAdmin(companyConfig()).at("problem"), "exists");
 }
 
-TEST_F(CompanyAdmin, LeavesForeignAccountsAlone) {
-  const std::string hash = shadowHash("bob");
-  const json status = applyCompanyAdmin(companyConfig("bob"));
-  EXPECT_EQ(status.at("problem"), "exists");
-  EXPECT_EQ(status.at("active"), false);
-  EXPECT_FALSE(status.contains("rotatedAt"));
-  EXPECT_EQ(shadowHash("bob"), hash);
-  EXPECT_FALSE(isAdministrator("bob"));
-  EXPECT_EQ(applyCompanyAdmin(companyConfig("Admin")).at("problem"), "invalid-name");
-  EXPECT_EQ(applyCompanyAdmin(companyConfig("-rf")).at("problem"), "invalid-name");
-  EXPECT_EQ(companyAdminPassword().name, std::nullopt);
-
-  for (const json& malformed : {json(), json::array(), json::object(), json{{"enabled", true}}}) {
-    EXPECT_EQ(applyCompanyAdmin(malformed), "Bad device job: company admin") << malformed;
-  }
-}
-
-// Nothing that somebody else may have put there is believed, and the account is not taken over on its word.
-TEST_F(CompanyAdmin, StateFileThatIsNotTheHelpersIsNotBelieved) {
-  applyCompanyAdmin(companyConfig());
-  working();
-  const std::string content = readFile(kStateFile);
-  const auto expectNotHandedOut = [&](const char* what) {
-    EXPECT_EQ(companyAdminPassword().password, std::nullopt) << what;
+TEST_F(CompanyAdmin, WhatIsActiveHasBeenFinished) {
+  const auto expectFinished = [this] {
     const json status = applyCompanyAdmin(companyConfig());
-    EXPECT_EQ(status.value("active", true), false) << what << status;
-    EXPECT_TRUE(status.contains("problem")) << what;
-    fs::remove_all(kStateFile);
+    EXPECT_TRUE(status.at("active") == true && !status.contains("problem")) << status;
+    working();
+    EXPECT_TRUE(isAdministrator("itadmin") && isHidden("itadmin"));
   };
-  writeFile("/Users/ann/planted.json",
-            R"({"name":"itadmin","password":"planted by ann","rotatedAt":"2099-01-01T00:00:00Z"})");
-  chown("/Users/ann/planted.json", 501, 20);
+  expectFinished();
+  run({"/usr/sbin/sysadminctl", "-deleteUser", "itadmin", "-keepHome"});
+  {
+    const ToolBehaviour breaks("sysadminctl@itadmin", "at recorded print Error: no\nat recorded exit 1\n");
+    const json status = applyCompanyAdmin(companyConfig());
+    EXPECT_EQ(status.value("problem", ""), "Error: no");
+    EXPECT_EQ(status.at("active"), false) << "half made, with no password";
+  }
+  working();
+  expectFinished();
 
-  fs::remove(kStateFile);
-  fs::create_symlink("/Users/ann/planted.json", kStateFile);
-  expectNotHandedOut("a link");
-  fs::rename("/Users/ann/planted.json", kStateFile);
-  expectNotHandedOut("another's file");
-  writeFile(kStateFile, content.substr(0, content.size() / 2));
-  expectNotHandedOut("a part");
-  fs::rename(kStateFolder, "/Users/ann/elsewhere");
-  fs::create_symlink("/Users/ann/elsewhere", kStateFolder);
-  writeFile(kStateFile, content);
-  expectNotHandedOut("a file behind a link");
-  fs::remove(kStateFolder);
-  fs::remove_all("/Users/ann/elsewhere");
+  // Somebody has changed all of it.
+  run({"/usr/sbin/usermod", "--password", "$6$salt$nobody", "itadmin"});
+  run({"/usr/sbin/dseditgroup", "-o", "edit", "-d", "itadmin", "-t", "user", "admin"});
+  run({"/usr/bin/dscl", ".", "-create", "/Users/itadmin", "IsHidden", "0"});
+  {
+    const ToolBehaviour lies("dseditgroup", "no-effect\n");
+    const json status = applyCompanyAdmin(companyConfig());
+    EXPECT_EQ(status.value("problem", ""), "The account itadmin is not an administrator.");
+    EXPECT_EQ(status.at("active"), false);
+  }
+  expectFinished();
 }
 
-TEST_F(CompanyAdmin, FullDiskLosesNoPassword) {
-  fs::create_directories(kStateFolder);
-  ASSERT_EQ(mount("full", kStateFolder.c_str(), "tmpfs", 0, "size=16k,mode=0700"), 0);
-  const auto fill = [] {
-    run({"/bin/dd", "if=/dev/zero", "of=" + (kStateFolder / "filler").string(), "bs=4k"});
-  };
-  fill();
-  json status = applyCompanyAdmin(companyConfig());
-  EXPECT_TRUE(status.contains("problem")) << status;
-  EXPECT_FALSE(accountExists("itadmin")) << "created with a password that nobody knows";
-
-  fs::remove(kStateFolder / "filler");
-  EXPECT_FALSE(applyCompanyAdmin(companyConfig()).contains("problem"));
-  const std::string password = working();
+TEST_F(CompanyAdmin, APasswordIsReplacedWhenTheDirectoryHasConfirmedTheNewOne) {
+  applyCompanyAdmin(companyConfig());
+  const std::string first = working();
   setAge(8 * kDay);
-  fill();
-  status = applyCompanyAdmin(companyConfig());
-  EXPECT_TRUE(status.contains("problem")) << status;
-  EXPECT_EQ(working(), password);
   {
-    // Full only when the new password is set.
-    fs::remove(kStateFolder / "filler");
-    HeldTool tool("sysadminctl@itadmin", "at changed hold\n");
-    auto call = std::async(std::launch::async, [this] { return applyCompanyAdmin(companyConfig()); });
-    tool.waitUntilHeld();
-    tool.forget();
-    fill();
-    HeldTool::letGo();
-    status = call.get();
-    const HandedOut handedOut = companyAdminPassword();
-    EXPECT_TRUE(handedOut.error || isPassword("itadmin", handedOut.password.value_or("")))
-        << "a password that does not work was handed out";
+    const std::string sentence = "Operation is not permitted without secure token unlock.";
+    const ToolBehaviour refuses("sysadminctl@itadmin", "print " + sentence + "\nexit 0\n");
+    EXPECT_EQ(applyCompanyAdmin(companyConfig()).value("problem", ""), sentence);
+    EXPECT_EQ(working(), first);
   }
-  fs::remove(kStateFolder / "filler");
-  EXPECT_FALSE(applyCompanyAdmin(companyConfig()).contains("problem"));
-  working();
-  ASSERT_EQ(umount2(kStateFolder.c_str(), MNT_DETACH), 0);
+  EXPECT_EQ(applyCompanyAdmin(companyConfig()).value("problem", ""), "");
+  EXPECT_NE(working(), first);
 }
 
 }  // namespace

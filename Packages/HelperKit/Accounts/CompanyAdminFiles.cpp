@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <exception>
+#include <iterator>
 #include <system_error>
 
 #include "Base/NSError.hpp"
@@ -21,10 +22,22 @@ namespace {
 
 constexpr mode_t kFolderMode = 0700;
 constexpr mode_t kFileMode = 0600;
-constexpr mode_t kWidestMode = 0644;
+constexpr mode_t kDoubtedMode = 0400;
 constexpr std::size_t kMostBytes = std::size_t{64} << 10U;
 
 void report(const std::string& what) { logLine("MolvaneHelper: company administrator: " + what); }
+
+/// How far a file is trusted by the permissions that it has at most, narrowest first, and the mode that it
+/// should have.
+struct Row {
+  mode_t widestMode;
+  CompanyAdminFiles::Trust trust;
+  mode_t mode;
+};
+constexpr Row kRows[] = {{kDoubtedMode, CompanyAdminFiles::Trust::doubted, kDoubtedMode},
+                         {kFileMode, CompanyAdminFiles::Trust::believed, kFileMode},
+                         {0644, CompanyAdminFiles::Trust::believed, kFileMode},
+                         {07777, CompanyAdminFiles::Trust::doubted, kDoubtedMode}};
 
 }  // namespace
 
@@ -56,28 +69,43 @@ FileDescriptor CompanyAdminFiles::openOwnFolder() const {
   if (status.st_uid != ::geteuid()) {
     throw std::system_error(EPERM, std::generic_category(), folder_ + " belongs to somebody else");
   }
+  if ((status.st_mode & 07777 & ~kFolderMode) != 0 && ::fchmod(folder.get(), kFolderMode) != 0) {
+    throwErrno("close " + folder_ + " to others");
+  }
   return folder;
+}
+
+/// Throws as readStrictly does; not for a file that cannot be narrowed, which is as it was.
+CompanyAdminFiles::Trust CompanyAdminFiles::readAndNarrow(const FileDescriptor& folder, const char* name,
+                                                          std::string& bytes) {
+  const Row* row = std::begin(kRows);
+  while (true) {
+    try {
+      bytes = readStrictly(folder, name, {::geteuid(), row->widestMode, kMostBytes});
+      break;
+    } catch (const StrictReadError& error) {
+      if (error.which() != StrictReadErrorCase::openToOthers || row + 1 == std::end(kRows)) throw;
+      ++row;
+    }
+  }
+  if (row->widestMode == row->mode) return row->trust;
+  report(std::string(name) + " was open to others");
+  try {
+    // Replaced and not changed: the file may have another name somewhere, or be open for writing.
+    replaceFile(folder, name, bytes, row->mode);
+  } catch (const std::system_error& error) {
+    report(error.what());
+  }
+  return row->trust;
 }
 
 CompanyAdminFiles::Found CompanyAdminFiles::read(const char* name) const {
   try {
     const FileDescriptor folder = openOwnFolder();
     if (!folder) return {};
-    StrictReadRules rules{.owner = ::geteuid(), .widestMode = kFileMode, .mostBytes = kMostBytes};
     WipedText bytes;
-    bool tooWide = false;
-    try {
-      *bytes = readStrictly(folder, name, rules);
-    } catch (const StrictReadError& error) {
-      if (error.which() != StrictReadErrorCase::openToOthers) throw;
-      tooWide = true;
-      rules.widestMode = kWidestMode;
-      *bytes = readStrictly(folder, name, rules);
-    }
-    Found found{.trust = Trust::believed, .state = decodedJson<CompanyAdminState>(*bytes)};
-    // Replaced and not changed: the file may have another name somewhere.
-    if (tooWide) replaceFile(folder, name, *bytes, kFileMode);
-    return found;
+    const Trust trust = readAndNarrow(folder, name, *bytes);
+    return {.trust = trust, .state = decodedJson<CompanyAdminState>(*bytes)};
   } catch (const StrictReadError& error) {
     if (error.which() == StrictReadErrorCase::missing) return {};
     report(error.errorDescription());
@@ -94,7 +122,9 @@ void CompanyAdminFiles::write(const char* name, const CompanyAdminState& state) 
   const WipedText bytes(encodedJson(state));
   FileManager::createDirectory(folder_, kFolderMode);
   const FileDescriptor folder = openOwnFolder();
-  if (read(name).trust == Trust::notBelieved) report("set aside as " + setFileAside(folder, name));
+  const Found found = read(name);
+  const bool isDoubt = found.trust == Trust::doubted && found.state != state;
+  if (found.trust == Trust::notBelieved || isDoubt) report("set aside as " + setFileAside(folder, name));
   replaceFile(folder, name, *bytes, kFileMode);
 }
 

@@ -26,28 +26,34 @@ void fromJson(const JsonValue& json, CompanyAdminState& state);
 /// "company-admin.pending.json", of the same form, with the password that is being set and not yet known to
 /// be in force.
 ///
-/// Nothing is touched before the first call. The folder is made with mode 0700 and narrowed to it at each
-/// save; a file is 0600 from its first moment and appears whole or not at all. A file is believed only when
-/// it is a regular file of this process's user, in a folder of that user, and nobody else may write to it;
-/// one that others may only read is believed and replaced by one that they cannot. One thread at a time.
+/// Nothing is touched before the first call. The folder is made with mode 0700 and narrowed to it by each
+/// call; a file is 0600 from its first moment and appears whole or not at all. A file is believed only when
+/// it is a regular file of this process's user, in a folder of that user, and nobody else may write to it.
+/// One that is open to others is replaced by one that is not as soon as it is met: by a believed one where
+/// others could only read it, else by one of mode 0400, which marks it as doubted. One thread at a time.
 class CompanyAdminFiles {
  public:
   explicit CompanyAdminFiles(std::string folder) : folder_(std::move(folder)) {}
 
-  enum class Trust { absent, notBelieved, believed };
+  enum class Trust {
+    absent,
+    notBelieved,
+    doubted,  ///< others could have written what it says
+    believed,
+  };
   struct Found {
     Trust trust = Trust::absent;
-    CompanyAdminState state;  ///< of a believed file
+    CompanyAdminState state;  ///< of a believed or doubted file
   };
 
   /// What there is now. Never throws for what the files are like; writes a line to the log about one that is
-  /// not believed.
+  /// not believed, or was open to others.
   [[nodiscard]] Found state() const { return read(kStateName); }
   [[nodiscard]] Found pending() const { return read(kPendingName); }
 
-  /// Puts the file in place; on return it has reached the disk. What stood there and was not believed is set
-  /// aside, beside it. Throws std::system_error, and std::out_of_range for a date outside the years 1 to
-  /// 9999; then what stood there before still does.
+  /// Puts the file in place; on return it has reached the disk and is believed. What stood there and was not
+  /// believed is set aside, beside it; so is what was doubted and differs. Throws std::system_error, and
+  /// std::out_of_range for a date outside the years 1 to 9999; then what stood there before still does.
   void saveState(const CompanyAdminState& state) const { write(kStateName, state); }
   void savePending(const CompanyAdminState& state) const { write(kPendingName, state); }
 
@@ -64,6 +70,7 @@ class CompanyAdminFiles {
 
   /// No descriptor when there is no such folder; throws std::system_error when it is not to be trusted.
   [[nodiscard]] FileDescriptor openOwnFolder() const;
+  static Trust readAndNarrow(const FileDescriptor& folder, const char* name, std::string& bytes);
   [[nodiscard]] Found read(const char* name) const;
   void write(const char* name, const CompanyAdminState& state) const;
   void remove(const char* name) const;

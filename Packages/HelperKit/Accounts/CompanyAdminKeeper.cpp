@@ -8,39 +8,16 @@
 #include "Base/Characters.hpp"
 #include "Base/NSError.hpp"
 #include "Core/LocalAccountPolicy.hpp"
-#include "HelperKit/Accounts/LocalAccountRunner.hpp"
 #include "Platform/Log.hpp"
-#include "Platform/Users.hpp"
 
 namespace molvane {
 
 namespace {
 
-using LocalAccountRunner::Failure;
-using LocalAccountRunner::Step;
-using LocalAccountRunner::steps;
+using Presence = CompanyAdminTools::Presence;
+using Verdict = CompanyAdminTools::Verdict;
 
-constexpr std::int64_t kPasswordLength = 20;
-constexpr double kStepTimeout = 120;    // seconds
-constexpr double kDisableTimeout = 60;  // seconds
 constexpr double kSecondsPerDay = 86400;
-
-Step disableStep(const std::string& name) { return {"/usr/bin/pwpolicy", {"-u", name, "-disableuser"}, {}}; }
-
-Step hideStep(const std::string& name) {
-  return {"/usr/bin/dscl", {".", "-create", "/Users/" + name, "IsHidden", "1"}, {}};
-}
-
-/// Asks the directory whether the password is the account's. Typed at its prompt like every other.
-Step authenticateStep(const CompanyAdminState& state) {
-  return {"/usr/bin/dscl", {".", "-authonly", state.name}, {{std::nullopt, state.password}}};
-}
-
-std::vector<Step> resetSteps(const CompanyAdminState& state) {
-  return steps({ResetAccountPassword{state.name, state.password, false, std::nullopt}});
-}
-
-bool failed(const PromptedCommand::Result& result) { return result.failed(); }
 
 bool isDue(const CompanyAdminState& state, const CompanyAdminConfig& config, Date now) {
   const auto days = static_cast<double>(std::max<std::int64_t>(1, config.rotationDays));
@@ -59,12 +36,28 @@ std::string descriptionOfCurrentException() {
   }
 }
 
+[[noreturn]] void fail(const std::string& sentence) { throw std::runtime_error(sentence); }
+
+std::string doubt(const CompanyAdminState& state) {
+  return "Others could change the record of the account " + state.name;
+}
+
+/// What an account that the directory shows lacks of being active, as a sentence; empty when that is nothing.
+std::string shortcoming(const LocalAccount& account) {
+  const std::string subject = "The account " + account.name + " is ";
+  if (account.isDisabled) return subject + "disabled.";
+  if (!account.isAdmin) return subject + "not an administrator.";
+  if (!account.isHidden) return subject + "not hidden.";
+  return "";
+}
+
 }  // namespace
 
 /// What the files say.
 struct CompanyAdminKeeper::Record {
   std::optional<State> state;
   std::optional<State> pending;     ///< differs from the state
+  std::optional<State> doubted;     ///< others could have written it; only where there is no state
   bool pendingNotBelieved = false;  ///< a password was being set, and which one cannot be told
 
   [[nodiscard]] std::optional<std::string> name() const {
@@ -74,34 +67,18 @@ struct CompanyAdminKeeper::Record {
   }
 };
 
-/// How a list of steps ended.
-struct CompanyAdminKeeper::Outcome {
-  std::optional<Failure> failure;
-  bool abandoned = false;  ///< the tool that failed may be at work yet
-
-  void require() const {
-    if (failure) throw Failure(*failure);
-  }
-};
-
-CompanyAdminKeeper::Machine CompanyAdminKeeper::thisMachine() {
-  return {.snapshot = LocalAccountRunner::snapshot,
-          .knowsUser = [](const std::string& name) { return userNamed(name).has_value(); },
-          .run = [](const Step& step, double timeout) { return PromptedCommand::run(step, timeout); },
-          .generatedPassword = LocalAccountRunner::generatedPassword};
-}
-
 CompanyAdminKeeper::CompanyAdminKeeper(std::string folder, Machine machine)
-    : machine_(std::move(machine)), files_(std::move(folder)) {}
+    : tools_(std::move(machine)), files_(std::move(folder)) {}
 
 CompanyAdminKeeper::Record CompanyAdminKeeper::load() const {
   using Trust = CompanyAdminFiles::Trust;
   Record record;
-  if (CompanyAdminFiles::Found found = files_.state(); found.trust == Trust::believed) {
-    record.state = std::move(found.state);
-  }
+  CompanyAdminFiles::Found state = files_.state();
+  if (state.trust == Trust::believed) record.state = std::move(state.state);
+  if (state.trust == Trust::doubted) record.doubted = std::move(state.state);
   CompanyAdminFiles::Found found = files_.pending();
-  record.pendingNotBelieved = found.trust == Trust::notBelieved;
+  record.pendingNotBelieved = found.trust == Trust::notBelieved || found.trust == Trust::doubted;
+  if (found.trust == Trust::doubted && !record.state && !record.doubted) record.doubted = found.state;
   if (found.trust != Trust::believed) return record;
   // Of another account, or settled but for its removal, it has no meaning any more.
   const bool counts = !record.state || (record.state->name == found.state.name &&
@@ -121,97 +98,139 @@ CompanyAdminStatus CompanyAdminKeeper::apply(const CompanyAdminConfig& config, D
   return status(config, std::move(problem));
 }
 
+/// What others could have written is believed when the directory confirms the password, but for a date that
+/// has not come. What the directory refuses stays in doubt. Throws where it gives no answer, since an account
+/// may hang on that.
+void CompanyAdminKeeper::askAboutDoubted(Date now) {
+  using Found = CompanyAdminFiles::Found;
+  const auto confirmed = [&](Found& found) {
+    if (found.trust != CompanyAdminFiles::Trust::doubted) return false;
+    const CompanyAdminTools::Answer answer = tools_.ask(found.state);
+    if (answer.verdict == Verdict::noAnswer) fail(doubt(found.state) + ". " + answer.problem());
+    Date& date = found.state.rotatedAt;
+    date.secondsSinceReference = std::min(date.secondsSinceReference, now.secondsSinceReference);
+    return answer.opens();
+  };
+  if (Found found = files_.state(); confirmed(found)) files_.saveState(found.state);
+  if (Found found = files_.pending(); confirmed(found)) files_.savePending(found.state);
+}
+
 std::optional<std::string> CompanyAdminKeeper::bringInLine(const CompanyAdminConfig& config, Date now) {
   files_.clearUp();
+  askAboutDoubted(now);
   Record record = load();
   if (record.name() && !canonicallyEqual(*record.name(), config.name)) {
-    machine_.run(disableStep(*record.name()), kDisableTimeout);
+    tools_.disable(*record.name());
     files_.removePending();
     files_.removeState();
     record = {};
   }
   if (!config.enabled) {
-    if (record.name()) machine_.run(disableStep(*record.name()), kDisableTimeout);
+    if (record.name()) tools_.disable(*record.name());
     return std::nullopt;
   }
   if (!LocalAccountPolicy::isValidName(config.name)) {
     return std::string(LocalAccountFailure(LocalAccountFailure::invalidName).rawValue());
   }
-  const LocalAccountsSnapshot accounts = machine_.snapshot();
-  const LocalAccount* const account = accounts.find(config.name);
-  // A listing that failed shows no accounts, and system accounts are never listed.
-  const bool there = account != nullptr || machine_.knowsUser(config.name);
-  if (there && !record.name())
+  const CompanyAdminTools::Sighting sighting = tools_.look(config.name);
+  const bool there = sighting.presence == Presence::listed || sighting.presence == Presence::unlisted;
+  if (there && !record.name()) {
+    if (record.doubted) return doubt(*record.doubted) + ", and its password does not open it.";
     return std::string(LocalAccountFailure(LocalAccountFailure::exists).rawValue());
-  if (there && account == nullptr) return "The account " + config.name + " is there but is not listed.";
-  if (account == nullptr) {
-    create(config, now);
-    return std::nullopt;
   }
-  if (account->isDisabled) setEnabled(config.name, true);
-  if (record.pending) {
-    settle(record, *account);
-    record = load();
+  switch (sighting.presence) {
+    case Presence::listed:
+      return keep(config, record, sighting.account, now);
+    case Presence::absent:
+      create(config, record, now);
+      return std::nullopt;
+    case Presence::unlisted:
+    case Presence::unknown:
+      break;
   }
-  if (record.state && (record.pendingNotBelieved || isDue(*record.state, config, now)))
-    rotate(*record.state, now);
-  return std::nullopt;
+  return sighting.obstacle(config.name);
 }
 
 CompanyAdminStatus CompanyAdminKeeper::status(const CompanyAdminConfig& config,
                                               std::optional<std::string> problem) const {
   CompanyAdminStatus result{config, false, std::nullopt, std::move(problem)};
-  const LocalAccountsSnapshot accounts = machine_.snapshot();
   const std::optional<State> state = load().state;
   if (!state || !canonicallyEqual(state->name, config.name)) return result;
-  const LocalAccount* const account = accounts.find(config.name);
-  result.active = account != nullptr && !account->isDisabled;
   result.rotatedAt = state->rotatedAt;
+  const CompanyAdminTools::Sighting sighting = tools_.look(config.name);
+  const bool listed = sighting.presence == Presence::listed;
+  const std::string lacks = listed ? shortcoming(sighting.account) : sighting.obstacle(config.name);
+  result.active = lacks.empty();
+  if (config.enabled && !result.active && !result.problem) result.problem = lacks;
   return result;
 }
 
-void CompanyAdminKeeper::create(const CompanyAdminConfig& config, Date now) {
-  const State next{config.name, machine_.generatedPassword(kPasswordLength), now};
+void CompanyAdminKeeper::create(const CompanyAdminConfig& config, const Record& record, Date now) {
+  // The tool of a helper that was killed may be at work yet, and make the account with the pending password.
+  const bool again = record.pending.has_value();
+  const State next{config.name, again ? record.pending->password : tools_.newPassword(), now};
   files_.savePending(next);
-  const Outcome outcome =
-      runAll(steps({CreateAccount{next.name, config.fullName, next.password, true, false, std::nullopt}}));
-  // A tool that gave up may have found an account that somebody else has made meanwhile. One whose password
-  // this is, is the keeper's, and is finished the next time.
-  if (outcome.failure && !outcome.abandoned && !works(next)) files_.removePending();
-  outcome.require();
-  // Whatever keeps it from being hidden may keep the directory from being asked, too. The account is made.
-  runAll({hideStep(next.name)}).require();
-  commit(next);
+  const CompanyAdminTools::Setting setting = tools_.create(next, config.fullName);
+  if (!setting.tool.failed && setting.directory.opens()) return commit(next);
+  if (!again && !setting.tool.abandoned && isNotOurs(next, config.fullName, setting.directory)) {
+    files_.removePending();
+  }
+  fail(setting.problem());
+}
+
+/// After a creation whose password does not open the account: whether it certainly made none. One that is
+/// there may be half made, or be somebody else's, who would hardly have given it the same full name.
+bool CompanyAdminKeeper::isNotOurs(const State& created, const std::string& fullName,
+                                   const CompanyAdminTools::Answer& answer) const {
+  if (answer.verdict != Verdict::refused) return false;
+  const CompanyAdminTools::Sighting sighting = tools_.look(created.name);
+  if (sighting.presence != Presence::listed) return sighting.presence == Presence::absent;
+  return !canonicallyEqual(sighting.account.fullName, fullName);
+}
+
+/// Brings an account of the keeper's own in line.
+std::optional<std::string> CompanyAdminKeeper::keep(const CompanyAdminConfig& config, const Record& record,
+                                                    const LocalAccount& account, Date now) {
+  if (account.isDisabled) tools_.enable(account.name).require();
+  std::optional<std::string> problem;
+  try {
+    keepPassword(config, record, now);
+  } catch (...) {
+    problem = descriptionOfCurrentException();
+  }
+  // Neither waits for the other to succeed.
+  const LocalAccountRunner::Outcome finishing = tools_.finish(account);
+  if (!problem) finishing.require();
+  return problem;
+}
+
+void CompanyAdminKeeper::keepPassword(const CompanyAdminConfig& config, const Record& record, Date now) {
+  State current = record.pending ? *record.pending : *record.state;
+  if (record.pending) {
+    const CompanyAdminTools::Setting setting = tools_.reset(current);
+    if (!setting.directory.opens()) fail(setting.problem());
+    commit(current);
+  }
+  if (record.pendingNotBelieved || isDue(current, config, now)) return rotate(current, now);
+  if (record.pending) return;
+  const CompanyAdminTools::Answer answer = tools_.ask(current);
+  if (answer.verdict == Verdict::refused) return rotate(current, now);
+  if (!answer.opens()) fail(answer.problem());
+  files_.removePending();
 }
 
 void CompanyAdminKeeper::rotate(const State& current, Date now) {
-  const State next{current.name, machine_.generatedPassword(kPasswordLength), now};
+  const State next{current.name, tools_.newPassword(), now};
   files_.savePending(next);
-  const Outcome outcome = runAll(resetSteps(next));
-  if (outcome.failure && !outcome.abandoned) {
-    if (works(next)) {
-      commit(next);
-    } else if (works(current)) {
-      // Only this proves that the new one is not in force: the directory may give no answer at all.
-      files_.removePending();
-    }
+  const CompanyAdminTools::Setting setting = tools_.reset(next);
+  if (setting.directory.opens()) {
+    commit(next);
+    setting.tool.require();
+    return;
   }
-  outcome.require();
-  commit(next);
-}
-
-/// Brings a password that is pending into force.
-void CompanyAdminKeeper::settle(const Record& record, const LocalAccount& account) {
-  const Outcome outcome = runAll(resetSteps(*record.pending));
-  if (outcome.failure && !works(*record.pending)) outcome.require();
-  if (!record.state) finishCreation(account);
-  commit(*record.pending);
-}
-
-/// What was still to be done when the creation was cut short.
-void CompanyAdminKeeper::finishCreation(const LocalAccount& account) {
-  if (!account.isAdmin) runAll(steps({SetAccountAdmin{account.name, true}})).require();
-  if (!account.isHidden) runAll({hideStep(account.name)}).require();
+  // Only this proves that the new one is not in force: the directory may give no answer at all.
+  if (!setting.tool.abandoned && tools_.ask(current).opens()) files_.removePending();
+  fail(setting.problem());
 }
 
 void CompanyAdminKeeper::commit(const State& state) {
@@ -219,61 +238,49 @@ void CompanyAdminKeeper::commit(const State& state) {
   files_.removePending();
 }
 
-void CompanyAdminKeeper::setEnabled(const std::string& name, bool enabled) {
-  runAll(steps({SetAccountEnabled{name, enabled}})).require();
-}
-
-bool CompanyAdminKeeper::works(const State& state) const {
-  return !failed(machine_.run(authenticateStep(state), kStepTimeout));
-}
-
-CompanyAdminKeeper::Outcome CompanyAdminKeeper::runAll(const std::vector<Step>& toDo) const {
-  std::string log;
-  for (const Step& step : toDo) {
-    const PromptedCommand::Result result = machine_.run(step, kStepTimeout);
-    log += "\n" + result.output;
-    if (failed(result)) return {.failure = Failure(log), .abandoned = result.abandoned};
-  }
-  return {};
-}
-
 std::optional<CompanyAdminKeeper::Credentials> CompanyAdminKeeper::password() {
   const MutexLock lock(lock_);
   const Record record = load();
-  if (!record.pending) {
-    if (!record.state) return std::nullopt;
-    if (record.pendingNotBelieved && !works(*record.state)) {
-      throw PasswordUnknown("setting it was cut short.");
-    }
-    return Credentials{record.state->name, record.state->password};
+  if (record.pending) return settled(record);
+  const std::optional<State>& known = record.state ? record.state : record.doubted;
+  if (!known) return std::nullopt;
+  if (record.doubted && !tools_.ask(*known).opens()) {
+    throw PasswordUnknown(doubt(*known) + ", and the directory does not confirm it.");
   }
-  const LocalAccountsSnapshot accounts = machine_.snapshot();
-  if (const LocalAccount* const account = accounts.find(record.pending->name))
-    return settled(record, *account);
-  if (record.state) throw PasswordUnknown("there is no account " + record.state->name + ".");
-  return std::nullopt;
+  if (record.pendingNotBelieved && !tools_.ask(*known).opens()) {
+    throw PasswordUnknown("setting it was cut short.");
+  }
+  return Credentials{known->name, known->password};
 }
 
-CompanyAdminKeeper::Credentials CompanyAdminKeeper::settled(const Record& record,
-                                                            const LocalAccount& account) {
-  const Outcome outcome = runAll(resetSteps(*record.pending));
-  if (outcome.failure && !works(*record.pending)) {
-    if (record.state && works(*record.state)) return {record.state->name, record.state->password};
-    throw PasswordUnknown(outcome.failure->errorDescription());
+/// What is to be handed out while a password is pending; nothing when the account was never made.
+std::optional<CompanyAdminKeeper::Credentials> CompanyAdminKeeper::settled(const Record& record) {
+  const State& pending = *record.pending;
+  const CompanyAdminTools::Sighting sighting = tools_.look(pending.name);
+  if (sighting.presence == Presence::absent && !record.state) return std::nullopt;
+  if (sighting.presence != Presence::listed) throw PasswordUnknown(sighting.obstacle(pending.name));
+  // Before it is enabled, the directory confirms nothing.
+  if (sighting.account.isDisabled) throw PasswordUnknown(shortcoming(sighting.account));
+  const CompanyAdminTools::Setting setting = tools_.reset(pending);
+  if (!setting.directory.opens()) {
+    if (record.state && tools_.ask(*record.state).opens()) {
+      return Credentials{record.state->name, record.state->password};
+    }
+    throw PasswordUnknown(setting.toolIsSilent() ? setting.directory.problem() : setting.problem());
   }
-  // It works, whatever becomes of the rest; what is not done now stays pending.
   try {
-    if (!record.state) finishCreation(account);
-    commit(*record.pending);
+    commit(pending);
   } catch (...) {
+    // It works all the same; it stays pending.
     logLine("MolvaneHelper: company administrator: " + descriptionOfCurrentException());
   }
-  return {record.pending->name, record.pending->password};
+  return Credentials{pending.name, pending.password};
 }
 
 std::optional<std::string> CompanyAdminKeeper::managedName() {
   const MutexLock lock(lock_);
-  return load().name();
+  const Record record = load();
+  return record.doubted ? record.doubted->name : record.name();
 }
 
 }  // namespace molvane

@@ -1,13 +1,14 @@
 #include "HelperKit/Accounts/LocalAccountRunner.hpp"
 
-#include <cstdlib>
+#include <chrono>
+#include <cstdint>
 #include <utility>
 
 #include "Base/Text.hpp"
 #include "Core/AccountDirectory.hpp"
 #include "Core/LocalAccountPolicy.hpp"
-#include "HelperKit/Accounts/PromptedCommand.hpp"
 #include "HelperKit/Maintenance/MaintenanceRunner.hpp"
+#include "Platform/Deadline.hpp"
 #include "Platform/Log.hpp"
 #include "Platform/SecureRandom.hpp"
 #include "Platform/Users.hpp"
@@ -15,7 +16,7 @@
 namespace molvane::LocalAccountRunner {
 namespace {
 
-constexpr double kStepTimeout = 120;  // seconds
+constexpr std::int64_t kStepTimeout = 120;  // seconds
 
 // Without what can be taken for something else: i, l, o, I, O, 0, 1.
 constexpr std::string_view kPasswordAlphabet = "abcdefghjkmnpqrstuvwxyzABCDEFGHJKLMNPQRSTUVWXYZ23456789";
@@ -26,20 +27,6 @@ MaintenanceRunner::Execution listing(const MaintenanceTask::Command& command) {
   } catch (const std::exception& error) {
     logLine("MolvaneHelper: " + command.executable + ": " + error.what());
     return {};
-  }
-}
-
-/// All of the accounts, or nothing when the directory did not answer, or not so that it can be understood: a
-/// list without its administrators would let the last of them go.
-std::optional<std::vector<LocalAccount>> listedAccounts() {
-  const auto users = listing(AccountDirectory::usersCommand());
-  const auto admins = listing(AccountDirectory::adminsCommand());
-  if (users.status != 0 || admins.status != 0) return std::nullopt;
-  try {
-    return AccountDirectory::completeAccounts(users.output, admins.output);
-  } catch (const std::exception& error) {
-    logLine("MolvaneHelper: account list: " + std::string(error.what()));
-    return std::nullopt;
   }
 }
 
@@ -129,9 +116,42 @@ std::string descriptionOf(const std::string& log) {
   return trimmingWhitespace(all.back());
 }
 
+std::string limitLine(const Step& step) {
+  const std::string tool = step.executable.substr(step.executable.rfind('/') + 1);
+  return "\nError: " + tool + " did not end within " + std::to_string(kStepTimeout) + " seconds";
+}
+
 }  // namespace
 
 Failure::Failure(std::string log) : log_(std::move(log)), description_(descriptionOf(log_)) {}
+
+std::optional<std::vector<LocalAccount>> listedAccounts() {
+  const auto users = listing(AccountDirectory::usersCommand());
+  const auto admins = listing(AccountDirectory::adminsCommand());
+  // A list without its administrators would let the last of them go.
+  if (users.status != 0 || admins.status != 0) return std::nullopt;
+  try {
+    return AccountDirectory::completeAccounts(users.output, admins.output);
+  } catch (const std::exception& error) {
+    logLine("MolvaneHelper: account list: " + std::string(error.what()));
+    return std::nullopt;
+  }
+}
+
+Outcome runAll(const std::vector<Step>& steps, const StepRunner& run) {
+  Outcome outcome;
+  for (const Step& step : steps) {
+    const auto limit = deadlineAfter(kStepTimeout);
+    const PromptedCommand::Result result = run(step, kStepTimeout);
+    outcome.log += "\n" + result.output;
+    outcome.failed = result.failed();
+    outcome.abandoned = outcome.failed && result.abandoned;
+    // Before that it is abandoned for a failure of the system, which stands in the output.
+    if (outcome.abandoned && std::chrono::steady_clock::now() >= limit) outcome.log += limitLine(step);
+    if (outcome.failed) break;
+  }
+  return outcome;
+}
 
 LocalAccountsSnapshot snapshot() {
   return snapshotOf(listedAccounts().value_or(std::vector<LocalAccount>()));
@@ -159,16 +179,13 @@ bool achieved(const LocalAccountOperation& operation, const LocalAccountsSnapsho
 LocalAccountsSnapshot perform(const LocalAccountOperation& operation,
                               const std::optional<std::string>& company) {
   LocalAccountPolicy::check(operation, snapshot(), company);
-  std::string log;
-  for (const Step& step : steps(operation)) {
-    const PromptedCommand::Result result = PromptedCommand::run(step, kStepTimeout);
-    log += "\n" + result.output;
-    if (result.failed()) throw Failure(log);
-  }
+  const Outcome outcome = runAll(
+      steps(operation), [](const Step& step, double timeout) { return PromptedCommand::run(step, timeout); });
+  outcome.require();
   std::optional<std::vector<LocalAccount>> listed = listedAccounts();
-  if (!listed) throw Failure(log + "\nError: the accounts could not be read back");
+  if (!listed) throw Failure(outcome.log + "\nError: the accounts could not be read back");
   LocalAccountsSnapshot after = snapshotOf(*std::move(listed));
-  if (!achieved(operation, after)) throw Failure(log);
+  if (!achieved(operation, after)) throw Failure(outcome.log);
   return after;
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <exception>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -9,16 +10,17 @@
 
 #include "Core/LocalAccounts.hpp"
 #include "HelperKit/Accounts/LocalAccountStep.hpp"
+#include "HelperKit/Accounts/PromptedCommand.hpp"
 
 /// Reads and changes the machine's local accounts through the system's own tools. No state; any thread may
-/// call and is blocked meanwhile. Changes of several threads are not kept apart: the tools decide then.
+/// call and is blocked meanwhile. Does not serialise concurrent changes; the caller must.
 namespace molvane::LocalAccountRunner {
 
 /// The tools ran, and something went wrong; part of the change may have been made.
 class Failure final : public std::exception {
  public:
-  /// `log` holds the outputs of all steps that ran, each behind a line feed; and a line of ours when the
-  /// accounts could not be read back.
+  /// `log` holds the outputs of all steps that ran, each behind a line feed; and a line of ours when a tool
+  /// reached its time limit, or the accounts could not be read back.
   explicit Failure(std::string log);
 
   [[nodiscard]] const std::string& log() const noexcept { return log_; }
@@ -30,6 +32,28 @@ class Failure final : public std::exception {
   std::string log_;
   std::string description_;
 };
+
+/// How a list of steps ended.
+struct Outcome {
+  std::string log;         ///< of the steps that ran, as Failure takes it
+  bool failed = false;     ///< the last step that ran
+  bool abandoned = false;  ///< the tool that failed may be at work yet
+
+  /// Throws Failure when a step failed.
+  void require() const {
+    if (failed) throw Failure(log);
+  }
+};
+
+/// Runs one step, for at most so many seconds; as PromptedCommand::run does.
+using StepRunner = std::function<PromptedCommand::Result(const Step& step, double timeout)>;
+
+/// Runs the steps in order, each for at most 120 seconds, until one fails.
+[[nodiscard]] Outcome runAll(const std::vector<Step>& steps, const StepRunner& run);
+
+/// All of the accounts as they are now; nothing when the directory does not answer within 30 seconds, or its
+/// answer cannot be understood. Does not throw for what a tool does.
+[[nodiscard]] std::optional<std::vector<LocalAccount>> listedAccounts();
 
 /// The accounts as they are now, without `companyAdmin`. Does not throw for what a tool does: when one that
 /// lists accounts or administrators fails, takes longer than 30 seconds or prints something else there are no

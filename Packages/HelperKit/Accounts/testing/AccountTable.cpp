@@ -8,15 +8,16 @@ namespace molvane::testing {
 using LocalAccountRunner::Step;
 
 CompanyAdminKeeper::Machine AccountTable::machine() {
-  return {.snapshot =
+  return {.accounts =
               [this] {
-                LocalAccountsSnapshot snapshot;
-                if (!listing) return snapshot;
+                std::optional<std::vector<LocalAccount>> list;
+                if (!listing) return list;
+                list.emplace();
                 for (const auto& [name, account] : accounts) {
-                  snapshot.accounts.push_back({name, account.fullName, 501, account.isAdmin, false,
-                                               account.isDisabled, account.isHidden});
+                  list->push_back({name, account.fullName, 501, account.isAdmin, false, account.isDisabled,
+                                   account.isHidden});
                 }
-                return snapshot;
+                return list;
               },
           .knowsUser = [this](const std::string& name) { return accounts.contains(name); },
           .run = [this](const Step& step, double) { return run(step); },
@@ -44,7 +45,10 @@ PromptedCommand::Result AccountTable::run(const Step& step) {
     result.saidError = result.output.find("Error:") != std::string::npos;
     return result;
   }
-  return {.status = done ? 0 : 1, .output = done ? "" : "refused"};
+  if (done) return {.status = 0, .output = ""};
+  const auto asked = accounts.find(step.arguments.back());
+  const bool disabled = asked != accounts.end() && asked->second.isDisabled;
+  return {.status = 1, .output = disabled ? "eDSAuthAccountDisabled" : "refused (eDSAuthFailed)"};
 }
 
 bool AccountTable::act(const Step& step) {

@@ -28,7 +28,7 @@ class AccountTable {
   };
 
   std::map<std::string, Account> accounts;
-  bool listing = true;             ///< false: the listing fails and is empty
+  bool listing = true;             ///< false: the directory does not list them
   std::vector<std::string> calls;  ///< "TOOL ARGUMENT...", without those that only ask
 
   /// Decides about a call, in the form of `calls`.
