@@ -58,8 +58,8 @@ struct RawDeviceRequest {
 /// kept from it.
 [[nodiscard]] std::unique_ptr<RawDevice> openRawDevice(const RawDeviceRequest& request);
 
-/// Takes back what an earlier helper that was killed while it wrote has asked of the desktop. For a helper
-/// that starts, before its first disk; best effort.
+/// Removes the "being written" markers left by a helper that was killed. For a helper that starts, before its
+/// first disk; best effort.
 void forgetDisksOfEarlierHelper();
 
 }  // namespace molvane

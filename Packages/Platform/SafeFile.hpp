@@ -37,7 +37,7 @@ struct HeldFile {
 ///
 /// Throws std::system_error; then the old file stands (but for a failure to sync the folder, after which
 /// either may) and nothing else is left. A crash can leave a temporary file beside it, of the same mode,
-/// whose name begins with a dot and `name`. Several writers do not harm each other; the last one wins. A link
+/// whose name begins with a dot and `name`. Concurrent writers are safe; the last one wins. A link
 /// of that name is replaced, not followed.
 HeldFile replaceFile(const FileDescriptor& folder, const std::string& name, std::string_view bytes,
                      mode_t mode);

@@ -60,7 +60,7 @@ bool isOpenToOthers(const struct stat& folder) {
   return isWritable || (folder.st_uid != geteuid() && folder.st_uid != 0);
 }
 
-// Who may write to a folder above could put a link in the staging folder's place, and tools take paths.
+// Whoever can write to a parent could swap the staging folder for a link, and the tools work by path.
 void requireTrustedFoldersAbove(const std::string& path) {
   std::string above = deletingLastPathComponent(path);
   if (FileManager::attributesOfItem(above).type != FileType::directory) refuseFolderAbove(above);

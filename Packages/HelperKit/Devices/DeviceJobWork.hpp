@@ -77,14 +77,14 @@ void runFixedTool(DeviceJob& job, const std::string& executable, const std::vect
   return facts.blockSize > 512 ? static_cast<std::size_t>(facts.blockSize) : 512;
 }
 
-/// The most whole blocks that a chunk takes, in bytes. Throws std::system_error (EINVAL) for a block that is
-/// larger than a chunk.
+/// The size of the largest whole number of blocks that fits in a chunk, in bytes. Throws std::system_error
+/// (EINVAL) for a block that is larger than a chunk.
 [[nodiscard]] inline std::size_t wholeBlocks(std::size_t chunkSize, std::size_t blockSize) {
   if (blockSize > chunkSize) throw std::system_error(EINVAL, std::generic_category(), "block size");
   return chunkSize / blockSize * blockSize;
 }
 
-/// `path` of the raw device and how it is to be opened.
+/// How to open the raw device of a disk.
 [[nodiscard]] inline RawDeviceRequest rawDeviceOf(const DeviceFacts& facts, RawDeviceRequest::Access access) {
   return {.path = "/dev/r" + facts.bsdName,
           .diskName = facts.bsdName,

@@ -51,7 +51,7 @@ std::vector<std::string> extensionsOf(const X509* certificate) {
     const ASN1_OBJECT* identifier = X509_EXTENSION_get_object(X509_get_ext(certificate, i));
     constexpr int kDotted = 1;
     const int size = OBJ_obj2txt(text.data(), static_cast<int>(text.size()), identifier, kDotted);
-    // One that does not fit is none that a requirement names.
+    // An identifier too long for the buffer cannot be one that a requirement names.
     if (size > 0 && static_cast<std::size_t>(size) < text.size()) identifiers.emplace_back(text.data());
   }
   return identifiers;
@@ -82,7 +82,7 @@ CodeFacts factsOf(const STACK_OF(X509) * chain, const std::string& identifier) {
 SignedCode parseSignedCode(std::string_view json) {
   if (json.size() > kMaxContent) throw CmsError("a signature with too much content");
   const JsonValue document = parsedContent(json);
-  // Two members, both of which are found, are no others and none of them twice.
+  // Exactly two members, and both names found: no extras, no repeats.
   const auto* members = document.as<JsonValue::Object>();
   const std::string* identifier = textOf(document, "identifier");
   const std::string* sha256 = textOf(document, "sha256");
