@@ -33,7 +33,8 @@ elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
   target_link_options(MolvaneCompile INTERFACE -Wl,-z,relro,-z,now -Wl,--gc-sections)
 endif()
 
-# What differs between hosts is a folder of sources, picked here and nowhere else.
+# What differs between hosts is a folder of sources in each package, picked here and nowhere else. A package's Sources.cmake
+# in that folder lists them.
 if(APPLE)
   set(MOLVANE_HOST macos)
 else()
