@@ -38,7 +38,7 @@ class OwnRights {
     if (::setegid(::getgid()) != 0) throwErrno("put the program's group aside");
   }
   // It stays the saved group of the process, so it may be taken up again.
-  ~OwnRights() { static_cast<void>(::setegid(group_)); }
+  ~OwnRights() { [[maybe_unused]] const int status = ::setegid(group_); }
   OwnRights(const OwnRights&) = delete;
   OwnRights& operator=(const OwnRights&) = delete;
 
