@@ -130,7 +130,11 @@ TEST_F(RunImageTest, EndsWhereTheDiskEndsAndFailsWhereItIsPulledOut) {
   disk_.onRequest = [&](FakeDisk::Request, std::int64_t) {
     disk_.isGone = table_.status(id_)->bytesDone == static_cast<std::int64_t>(disk_.content.size());
   };
-  EXPECT_EQ(again().error, "Read failed: No such device");
+  // What did not read just before that was lost with the disk.
+  disk_.badSectors = {3, 16383, 16384, 16385, 16386};
+  const DeviceJobStatus status = again();
+  EXPECT_EQ(status.error, "Read failed: No such device");
+  EXPECT_NE(status.log.find("its first 8388096 bytes are good, 5 unreadable"), std::string::npos);
 }
 
 TEST_F(RunImageTest, NeverReplacesOrFollowsWhatStandsAtTheDestination) {
