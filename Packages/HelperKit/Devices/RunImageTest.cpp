@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 
 #include "Base/Sha256.hpp"
 #include "HelperKit/Devices/ChunkStream.hpp"
@@ -183,10 +184,11 @@ TEST_F(RunImageTest, KeepsThePartThatFitted) {
   const std::string small = folder_.path() + "/small";
   fs::create_directory(small);
   ASSERT_EQ(mount("tmpfs", small.c_str(), "tmpfs", 0, "size=6m"), 0);
+  const auto unmount = [](const std::string* path) { umount2(path->c_str(), MNT_DETACH); };
+  const std::unique_ptr<const std::string, decltype(unmount)> mounted(&small, unmount);
   path_ = small + "/copy.img";
   EXPECT_EQ(run(), failed("Write failed: No space left on device", kChunk));
   EXPECT_EQ(contentOf(path_), disk_.content.substr(0, fs::file_size(path_)));
-  EXPECT_EQ(umount(small.c_str()), 0);
 }
 
 TEST_F(RunImageTest, RemovesThePartialImageWhenCancelled) {
