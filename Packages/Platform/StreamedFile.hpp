@@ -13,8 +13,9 @@
 
 namespace molvane {
 
-/// Opens the regular file at `path` for reading, a link followed. Nothing but a regular file is ever opened,
-/// whatever takes the path's place meanwhile. Throws std::system_error, EINVAL for anything else.
+/// Opens the regular file at `path` for reading, a link followed unless it leads to something that a process
+/// has open (ELOOP). Nothing but a regular file is ever opened, whatever takes the path's place meanwhile.
+/// Throws std::system_error, EINVAL for anything else.
 [[nodiscard]] FileDescriptor openStreamedFile(const std::string& path);
 
 /// Reads until `bytes` is full or the file ends. What was not in the cache before does not stay there; what

@@ -20,7 +20,7 @@ class ChunkRescue {
 
   RescueResult run() {
     rescueParts(0, chunk_.size());
-    return {badBlocks_, error_};
+    return {badBlocks_, badRunEnd_ == chunk_.size() ? badRunBegin_ : chunk_.size(), error_};
   }
 
  private:
@@ -49,6 +49,8 @@ class ChunkRescue {
     const std::span<std::byte> block = chunk_.subspan(begin, end - begin);
     std::fill(block.begin(), block.end(), std::byte{0});
     ++badBlocks_;
+    if (begin != badRunEnd_) badRunBegin_ = begin;
+    badRunEnd_ = end;
   }
 
   // Reads from `position` on, and returns where a request came to nothing, or `end`.
@@ -71,6 +73,9 @@ class ChunkRescue {
   const std::size_t blockSize_;
   const std::function<bool()>& givenUp_;
   std::int64_t badBlocks_ = 0;
+  // The last bad blocks without a good one between them. They are found from the front to the back.
+  std::size_t badRunBegin_ = 0;
+  std::size_t badRunEnd_ = 0;
   int error_ = 0;  // as in RescueResult
 };
 

@@ -11,7 +11,9 @@ namespace molvane {
 
 struct RescueResult {
   std::int64_t badBlocks = 0;
-  int error = 0;  ///< why the rescue ended early: how the disk is gone, or ECANCELED when it was given up
+  std::size_t goodEnd = 0;  ///< where the bad blocks begin that reach to the chunk's end, or that end
+  /// Why the rescue ended early: how the disk is gone, or ECANCELED when it was given up.
+  int error = 0;
 
   bool operator==(const RescueResult&) const = default;
 };

@@ -37,6 +37,7 @@ struct ChunkRead {
   std::size_t count = 0;       ///< bytes, from the chunk's beginning; none: the end
   int error = 0;               ///< an errno value; nothing follows it
   std::int64_t badBlocks = 0;  ///< blocks that could not be read, in all chunks so far
+  std::int64_t goodEnd = 0;    ///< bytes up to the last block that could be read, in all chunks so far
 };
 
 /// One pass over an image or a disk: chunk after chunk is read ahead on a thread of its own and, where they

@@ -142,9 +142,12 @@ class DiskReader {
       if (rescue.error != 0) return {.error = rescue.error};
       badBlocks_ += rescue.badBlocks;
       read.count = wanted;
+      if (rescue.goodEnd > 0) goodEnd_ = offset_ + static_cast<std::int64_t>(rescue.goodEnd);
+    } else {
+      goodEnd_ = offset_ + static_cast<std::int64_t>(read.count);
     }
     offset_ += static_cast<std::int64_t>(read.count);
-    return {.count = read.count, .badBlocks = badBlocks_};
+    return {.count = read.count, .badBlocks = badBlocks_, .goodEnd = goodEnd_};
   }
 
  private:
@@ -156,6 +159,7 @@ class DiskReader {
   const std::size_t chunkSize_;
   std::int64_t offset_ = 0;
   std::int64_t badBlocks_ = 0;
+  std::int64_t goodEnd_ = 0;
 };
 
 std::string zeroFilled(std::int64_t badBlocks) {
@@ -189,6 +193,7 @@ class ImageRun {
   void count(const ChunkRead& chunk) {
     done_ += static_cast<std::int64_t>(chunk.count);
     badBlocks_ = chunk.badBlocks;
+    goodEnd_ = chunk.goodEnd;
     job_.update([this](DeviceJobStatus& status) {
       status.bytesDone = done_;
       status.badBlocks = badBlocks_;
@@ -213,10 +218,11 @@ class ImageRun {
     return JobEnd::failed("Write failed: " + reasonText(error));
   }
 
+  // The blocks at the end that could not be read were lost with the disk.
   JobEnd diskGone(int reason) {
     if (const int error = image_.sync()) return writeFailed(error);
     job_.update([this](DeviceJobStatus& status) {
-      status.log += "The image is incomplete: its first " + std::to_string(done_) + " bytes are good, " +
+      status.log += "The image is incomplete: its first " + std::to_string(goodEnd_) + " bytes are good, " +
                     zeroFilled(badBlocks_);
     });
     return JobEnd::failed("Read failed: " + reasonText(reason));
@@ -230,6 +236,7 @@ class ImageRun {
   std::atomic<bool> isOver_ = false;  // the image takes no more
   std::int64_t done_ = 0;             // bytes
   std::int64_t badBlocks_ = 0;
+  std::int64_t goodEnd_ = 0;  // as in ChunkRead, of what is in the image
 };
 
 JobEnd imageDisk(DeviceJob& job, const RawDeviceOpener& openDevice, const ImageWork& work) {

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
+#include <cerrno>
 #include <charconv>
 #include <filesystem>
 #include <optional>
@@ -22,7 +23,7 @@ namespace {
 struct LoopDevice {
   std::string node;
   dev_t number = 0;
-  dev_t shownDisk = 0;  // the whole disk that it shows a part of, or a file on
+  dev_t shownDisk = 0;  // the whole disk that it shows a part of; 0 for a file
 };
 
 // From "MAJOR:MINOR\n".
@@ -47,10 +48,12 @@ dev_t wholeDiskOf(dev_t device) {
   return numberIn(folder + "/../dev").value_or(device);
 }
 
-// Nothing when the loop device shows nothing by now, or has no node by which it can be asked.
+// Nothing when the loop device shows nothing by now, or has no node by which it can be asked. One that cannot
+// be asked, if only for lack of a descriptor, may show the disk.
 std::optional<LoopDevice> loopDeviceNamed(const std::string& name) {
   const std::string node = "/dev/" + name;
   const FileDescriptor device(::open(node.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (!device && errno != ENOENT && errno != ENXIO && errno != ENODEV) throwErrno("open " + node);
   struct stat status {};
   loop_info64 info{};
   if (!device || ::fstat(device.get(), &status) != 0 || !S_ISBLK(status.st_mode) ||

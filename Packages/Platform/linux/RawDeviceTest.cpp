@@ -48,6 +48,25 @@ class HelperFolder {
   const bool isOurs_;
 };
 
+// A mounted volume that is in no folder: it ends with the object, or with the process.
+class MountedVolume {
+ public:
+  explicit MountedVolume(const std::string& device) {
+    const FileDescriptor volume(::fsopen("ext4", FSOPEN_CLOEXEC));
+    if (::fsconfig(volume.get(), FSCONFIG_SET_STRING, "source", device.c_str(), 0) == 0 &&
+        ::fsconfig(volume.get(), FSCONFIG_CMD_CREATE, nullptr, nullptr, 0) == 0) {
+      mount_ = FileDescriptor(::fsmount(volume.get(), FSMOUNT_CLOEXEC, 0));
+    }
+    if (!mount_) error_ = errno;
+  }
+  // 0 or an errno value.
+  [[nodiscard]] int error() const { return error_; }
+
+ private:
+  FileDescriptor mount_;
+  int error_ = 0;
+};
+
 class RawDeviceTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -154,27 +173,26 @@ TEST_F(RawDeviceTest, IsNotWrittenWhileAVolumeOfItIsMounted) {
   ChildProcess mkfs({"/sbin/mkfs.ext4", {"-q", loop_->path()}, ChildProcess::StandardInput::null});
   ASSERT_TRUE(mkfs.pump(ChildProcess::Clock::now() + std::chrono::seconds(60), [](std::string_view) {}));
   ASSERT_EQ(mkfs.terminationStatus(), 0);
-  const std::string volume = folder_.path() + "/volume";
-  fs::create_directory(volume);
-  ASSERT_EQ(mount(loop_->path().c_str(), volume.c_str(), "ext4", 0, nullptr), 0);
-  EXPECT_EQ(refusal(request(Access::write)), EBUSY);
-  EXPECT_EQ(refusal(request(Access::readWrite)), EBUSY);
-  EXPECT_EQ(refusal(request(Access::read)), 0);
-  ASSERT_EQ(umount(volume.c_str()), 0);
+  {
+    const MountedVolume volume(loop_->path());
+    ASSERT_EQ(volume.error(), 0);
+    EXPECT_EQ(refusal(request(Access::write)), EBUSY);
+    EXPECT_EQ(refusal(request(Access::readWrite)), EBUSY);
+    EXPECT_EQ(refusal(request(Access::read)), 0);
+  }
 
   // The same through a loop device over the disk, and one over that.
   const testing::LoopDevice over(loop_->path());
   const testing::LoopDevice onTop(over.path());
   for (const std::string& way : {over.path(), onTop.path()}) {
-    ASSERT_EQ(mount(way.c_str(), volume.c_str(), "ext4", 0, nullptr), 0);
+    const MountedVolume volume(way);
+    ASSERT_EQ(volume.error(), 0);
     EXPECT_EQ(refusal(request(Access::write)), EBUSY);
-    ASSERT_EQ(umount(volume.c_str()), 0);
   }
 
   const std::unique_ptr<RawDevice> device = open(Access::write);
   for (const std::string& way : {loop_->path(), over.path(), onTop.path()}) {
-    EXPECT_NE(mount(way.c_str(), volume.c_str(), "ext4", 0, nullptr), 0);
-    EXPECT_EQ(errno, EBUSY) << way;
+    EXPECT_EQ(MountedVolume(way).error(), EBUSY) << way;
   }
 }
 

@@ -1,7 +1,9 @@
 #include "Platform/StreamedFile.hpp"
 
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -22,13 +24,23 @@ IoResult readCached(const FileDescriptor& file, std::span<std::byte> bytes, std:
   return {static_cast<std::size_t>(count), 0};
 }
 
+// Holds what is at the path without opening it. A link below /proc would lead to what this process has open,
+// whatever folder that lies in.
+FileDescriptor hold(const std::string& path) {
+  open_how how{};
+  how.flags = O_PATH | O_CLOEXEC;
+  how.resolve = RESOLVE_NO_MAGICLINKS;
+  FileDescriptor held(static_cast<int>(::syscall(SYS_openat2, AT_FDCWD, path.c_str(), &how, sizeof how)));
+  if (!held) throwErrno("open " + path);
+  return held;
+}
+
 }  // namespace
 
 FileDescriptor openStreamedFile(const std::string& path) {
   if (path.find('\0') != std::string::npos) throw std::system_error(EINVAL, std::generic_category());
-  // Held without being opened, so that it can be looked at first: opening a device may set something off.
-  const FileDescriptor held(::open(path.c_str(), O_PATH | O_CLOEXEC));
-  if (!held) throwErrno("open " + path);
+  // Looked at before it is opened: opening a device may set something off.
+  const FileDescriptor held = hold(path);
   struct stat status {};
   if (::fstat(held.get(), &status) != 0) throwErrno("fstat " + path);
   if (!S_ISREG(status.st_mode)) throw std::system_error(EINVAL, std::generic_category(), path);

@@ -5,11 +5,15 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <array>
+#include <cerrno>
 #include <cstdlib>
 #include <fstream>
 #include <string>
+#include <system_error>
 #include <vector>
 
+#include "Platform/UserRights.hpp"
 #include "Platform/testing/TemporaryFolder.hpp"
 
 namespace molvane {
@@ -71,6 +75,29 @@ TEST(StreamedFile, LeavesThePageCacheAsItWas) {
   beginWritingOut(writer, 0, kSize / 2);
   writeOutAndForget(writer, 0, kSize / 2);
   EXPECT_EQ(cachedPages(file, 0, kSize / 2), 0U);
+}
+
+// What a process has open, and where it stands, may lie in a folder that is closed to the person.
+TEST(StreamedFile, IsNotReachedThroughAProcess) {
+  const TemporaryFolder folder;
+  std::ofstream(folder.path() + "/closed.img") << "closed";
+  const FileDescriptor open = openStreamedFile(folder.path() + "/closed.img");
+  const std::string link = folder.path() + "/link.img";
+  ASSERT_EQ(::symlink(("/proc/self/fd/" + std::to_string(open.get())).c_str(), link.c_str()), 0);
+  try {
+    static_cast<void>(openStreamedFile(link));
+    ADD_FAILURE() << "led to an open file";
+  } catch (const std::system_error& error) {
+    EXPECT_EQ(error.code().value(), ELOOP);
+  }
+
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root: another user's rights";
+  const std::string parent = "/proc/" + std::to_string(::getppid()) + "/cwd";
+  withRightsOf(54321, [&] {
+    std::array<char, 16> target{};
+    EXPECT_EQ(::readlink(parent.c_str(), target.data(), target.size()), -1);
+    EXPECT_EQ(errno, EACCES);
+  });
 }
 
 }  // namespace

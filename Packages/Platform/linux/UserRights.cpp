@@ -1,10 +1,12 @@
 #include "Platform/UserRights.hpp"
 
 #include <grp.h>
+#include <linux/capability.h>
 #include <sys/fsuid.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <exception>
 #include <system_error>
@@ -36,9 +38,17 @@ Groups groupsOf(uid_t uid) {
   }
 }
 
+// All of the calling thread's, and of no other's.
+void dropCapabilities() {
+  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+  const std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> none{};
+  if (::syscall(SYS_capset, &header, none.data()) != 0) throwErrno("capset");
+}
+
 // Sets the calling thread's rights, once and for all. The C library's setgroups would set every thread's; its
-// two others set the calling thread's alone and report no failure, so the outcome is asked for. A user other
-// than root has none of root's capabilities over files.
+// two others set the calling thread's alone and report no failure, so the outcome is asked for. With the
+// user's identifier the kernel takes root's capabilities over files away, but not the one by which links
+// below /proc lead into other people's processes.
 void takeRights(uid_t uid, const Groups& groups) {
   if (::syscall(SYS_setgroups, groups.all.size(), groups.all.data()) != 0) throwErrno("setgroups");
   constexpr auto kNoID = static_cast<uid_t>(-1);  // changes nothing
@@ -48,6 +58,7 @@ void takeRights(uid_t uid, const Groups& groups) {
       static_cast<uid_t>(::setfsuid(kNoID)) != uid) {
     throw std::system_error(EPERM, std::generic_category(), "setfsuid");
   }
+  dropCapabilities();
 }
 
 }  // namespace
