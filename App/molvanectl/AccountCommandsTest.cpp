@@ -233,6 +233,16 @@ TEST(CompanyAdmin, AnotherNameIsAskedAboutAndOneThatCannotBeRefused) {
   program.console.typed = {"corpadmin"};
   EXPECT_EQ(apply("corpadmin"), ExitStatus::done);
   EXPECT_THAT(program.helper.documents, ::testing::SizeIs(1));
+
+  // It may be another account that the helper cannot look at just now.
+  program.helper.companyAdmin.reset();
+  program.helper.accountError = NSError{"NSPOSIXErrorDomain", 5, "The account itadmin is not listed."};
+  program.console.hasPerson = false;
+  EXPECT_EQ(apply("corpadmin"), ExitStatus::usage);
+  EXPECT_THAT(program.err.written, HasSubstr("molvanectl: The account itadmin is not listed. If the helper"));
+  EXPECT_THAT(program.helper.documents, IsEmpty());
+  apply("corpadmin", "--yes");
+  EXPECT_THAT(program.helper.documents, ::testing::SizeIs(1));
 }
 
 TEST(CompanyAdmin, AProblemIsASentenceAndAFailure) {

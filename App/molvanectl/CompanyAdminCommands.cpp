@@ -39,9 +39,9 @@ class CompanyAdminApplyCommand : public Command {
         "Has the helper bring the company administrator in line with what is asked for: creates the hidden "
         "account, enables or disables it, and gives it a new password when the last one is old enough. An "
         "account of another name that the helper managed before is disabled and let go, with its password; "
-        "so then the new name has to be typed once more, or --yes given. With --json: an object with the "
-        "keys "
-        "config, active, rotatedAt and problem, times in seconds since 2001.",
+        "so then, or when the helper cannot tell, the new name has to be typed once more, or --yes given. "
+        "With --json: an object with the keys config, active, rotatedAt and problem, times "
+        "in seconds since 2001.",
         "molvanectl company-admin apply itadmin --rotation-days 7"};
   }
 
@@ -90,18 +90,19 @@ class CompanyAdminApplyCommand : public Command {
   /// Asks before an account of another name is let go. Returns whether it may be; if not, that has been
   /// reported.
   [[nodiscard]] bool mayLetGo(Session& session) const {
-    std::optional<ManagedAccount> managed;
+    std::string warning;
     try {
-      managed = managedAccount(session);
-    } catch (const RemoteError&) {
-      // Its password is not known, or cannot be read: nothing is lost that works, and to apply is the cure.
-      return true;
+      const std::optional<ManagedAccount> managed = managedAccount(session);
+      if (!managed || canonicallyEqual(managed->name, name_)) return true;
+      warning = "The helper manages " + managed->name +
+                " now. It will disable that account and forget its password";
+    } catch (const RemoteError& error) {
+      // It does not say which account that is, and the password may be one that works when this has passed.
+      warning = std::string(error.what()) + " If the helper manages an account other than " + name_ +
+                ", it will disable that account and forget its password";
     }
-    if (!managed || canonicallyEqual(managed->name, name_)) return true;
     // The new name is typed, since a person who mistyped it would type the old one without a thought.
-    return confirm(session, {"The helper manages " + managed->name +
-                                 " now. It will disable that account and forget its password",
-                             name_, "--yes"});
+    return confirm(session, {warning, name_, "--yes"});
   }
 
   [[nodiscard]] std::int64_t rotationDays() const {

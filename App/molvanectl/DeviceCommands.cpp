@@ -91,7 +91,8 @@ class InstallMediaCommand final : public JobStartCommand {
 
   bool mayStart(Session& session) const override {
     // As the helper will understand it: "." and ".." are no names to type.
-    return yes_ || confirm(session, erasing(lastPathComponent(standardizingPath(absolutePath(volume_)))));
+    return yes_ ||
+           confirm(session, erasing(lastPathComponent(standardizingPathByName(absolutePath(volume_)))));
   }
 
   DeviceJobWords words() const override {

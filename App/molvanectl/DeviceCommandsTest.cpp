@@ -120,6 +120,12 @@ TEST_F(DeviceCommands, EraseOnlyWhatHasBeenNamedTwice) {
   EXPECT_EQ(program.run(media), ExitStatus::done);
   EXPECT_EQ(program.run({"device", "install-media", "/Applications/I.app", "/Volumes/My USB/x/.././."}),
             ExitStatus::done);
+  // The volume that the helper erases, not the folder above the place where a link on it leads.
+  const std::string volume = folder.path();
+  std::filesystem::create_symlink("/usr/lib", volume + "/link");
+  program.console.typed = {std::filesystem::path(volume).filename()};
+  EXPECT_EQ(program.run({"device", "install-media", "/Applications/I.app", volume + "/link/.."}),
+            ExitStatus::done);
   program.console.typed = {"/Volumes/My USB/"};
   EXPECT_EQ(program.run(media), ExitStatus::failed);
 }

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <filesystem>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -89,8 +88,7 @@ class WriteCommand final : public JobStartCommand {
   /// The questions that are still open. Throws std::runtime_error when there is no image.
   [[nodiscard]] std::vector<Question> questions() const {
     // As the helper will understand it: every ".." by name.
-    const std::string path =
-        standardizingPath(std::filesystem::path(absolutePath(image_)).lexically_normal().string());
+    const std::string path = standardizingPathByName(absolutePath(image_));
     const ImageLook look = lookAtImage(path);
     if (look.missing) throw std::runtime_error(noFile(path));
     std::vector<Question> open;

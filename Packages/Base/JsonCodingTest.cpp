@@ -5,12 +5,19 @@
 
 #include <variant>
 
+#include "Base/JsonMembers.hpp"
+
 namespace molvane {
 namespace {
 
 struct Proof {
   std::string name;
   bool operator==(const Proof&) const = default;
+};
+
+struct Note {
+  std::optional<std::string> text;
+  static constexpr auto members() { return std::tuple(JsonMember{"text", &Note::text}); }
 };
 
 struct Account {
@@ -153,6 +160,14 @@ TEST(JsonCoding, AUnionHasExactlyOneCase) {
   EXPECT_EQ(errorOf<Operation>(R"({"remove":{}})").payload().codingPath, "remove");
   EXPECT_EQ(errorOf<Operation>(R"({"remove":null})").which(), DecodingFailure::valueNotFound);
   EXPECT_EQ(errorOf<Operation>("[]").which(), DecodingFailure::typeMismatch);
+}
+
+TEST(JsonCoding, MembersThatAreTheSameCharactersAreEqualAndHashedSo) {
+  const Note composed{"\u00e9"};
+  const Note decomposed{"e\u0301"};
+  EXPECT_TRUE(composed == decomposed);
+  EXPECT_EQ(hashOfMembers(composed), hashOfMembers(decomposed));
+  EXPECT_NE(hashOfMembers(Note{""}), hashOfMembers(Note{}));
 }
 
 }  // namespace

@@ -129,6 +129,9 @@ std::size_t hashOfMember(const T& value) {
   return hashOf(value);
 }
 inline std::size_t hashOfMember(const std::string& value) { return hashOf(canonicalForm(value)); }
+inline std::size_t hashOfMember(const std::optional<std::string>& value) {
+  return value ? hashCombined({1, hashOfMember(*value)}) : 0;
+}
 
 }  // namespace json
 
