@@ -44,7 +44,7 @@ TEST(Log, AReaderThatDoesNotReadHoldsNobodyUp) {
   logLine(std::string(std::size_t{2} * PIPE_BUF, 'x'));
   ASSERT_EQ(::dup2(before.get(), STDERR_FILENO), STDERR_FILENO);
   EXPECT_EQ(taken(pipe.readEnd),
-            "MolvaneHelper: 2 lines are missing here: the log was not read\n"
+            "MolvaneHelper: the log was not read; lines missing here: 2\n"
             "three\\x0a\n" +
                 std::string(PIPE_BUF - 4, 'x') + "...\n");
 }

@@ -68,7 +68,7 @@ class LogStream {
 
  private:
   [[nodiscard]] std::string noticeOfMissing() const MOLVANE_REQUIRES(mutex_) {
-    return "MolvaneHelper: " + std::to_string(missing_) + " lines are missing here: the log was not read\n";
+    return "MolvaneHelper: the log was not read; lines missing here: " + std::to_string(missing_) + "\n";
   }
 
   Mutex mutex_;
