@@ -1,6 +1,5 @@
 #include "HelperKit/Accounts/LocalAccountRunner.hpp"
 
-#include <chrono>
 #include <cstdint>
 #include <utility>
 
@@ -8,7 +7,6 @@
 #include "Core/AccountDirectory.hpp"
 #include "Core/LocalAccountPolicy.hpp"
 #include "HelperKit/Maintenance/MaintenanceRunner.hpp"
-#include "Platform/Deadline.hpp"
 #include "Platform/Log.hpp"
 #include "Platform/SecureRandom.hpp"
 #include "Platform/Users.hpp"
@@ -141,13 +139,11 @@ std::optional<std::vector<LocalAccount>> listedAccounts() {
 Outcome runAll(const std::vector<Step>& steps, const StepRunner& run) {
   Outcome outcome;
   for (const Step& step : steps) {
-    const auto limit = deadlineAfter(kStepTimeout);
     const PromptedCommand::Result result = run(step, kStepTimeout);
     outcome.log += "\n" + result.output;
     outcome.failed = result.failed();
     outcome.abandoned = outcome.failed && result.abandoned;
-    // Before that it is abandoned for a failure of the system, which stands in the output.
-    if (outcome.abandoned && std::chrono::steady_clock::now() >= limit) outcome.log += limitLine(step);
+    if (result.timedOut) outcome.log += limitLine(step);
     if (outcome.failed) break;
   }
   return outcome;

@@ -66,6 +66,7 @@ class Dialogue {
     return {.status = timedOut ? -1 : status.value_or(-1),
             .output = text(),
             .abandoned = timedOut,
+            .timedOut = timedOut,
             .saidError = error_.found()};
   }
 
@@ -146,6 +147,7 @@ Result runPlainly(const Step& step, double timeout) {
   return {.status = execution.timedOut ? -1 : execution.status,
           .output = std::move(execution.output),
           .abandoned = execution.timedOut,
+          .timedOut = execution.timedOut,
           .saidError = error.found()};
 }
 

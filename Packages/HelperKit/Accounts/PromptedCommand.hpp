@@ -23,6 +23,8 @@ struct Result {
   /// The tool was started and not followed to its end, because the limit struck or the system failed. It may
   /// have done its work all the same, and may be at it yet.
   bool abandoned = false;
+  /// It was abandoned because the limit struck.
+  bool timedOut = false;
   /// "Error:" stood in what the tool and the terminal wrote, whatever of it is masked or left out in
   /// `output`.
   bool saidError = false;

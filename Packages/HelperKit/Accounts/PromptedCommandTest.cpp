@@ -79,7 +79,7 @@ TEST_F(PromptedCommandTest, WithoutAnswersThereIsNoTerminalAndNoMask) {
   limits_.terminalTool = "/nonexistent/script";
   const Result result = run("if [ -t 1 ]; then echo terminal; fi; echo 'n3w-s3cret Password:'; exit 4", {});
   EXPECT_EQ(result, (Result{.status = 4, .output = "n3w-s3cret Password:"}));
-  EXPECT_EQ(run("exec sleep 1000", {}, kShort), (Result{.status = -1, .output = "", .abandoned = true}));
+  EXPECT_EQ(run("exec sleep 1000", {}, kShort), (Result{.status = -1, .output = "", .abandoned = true, .timedOut = true}));
 }
 
 TEST_F(PromptedCommandTest, AnswersSixTimesAndNotASeventh) {
@@ -194,7 +194,7 @@ TEST_F(PromptedCommandTest, LeavesARunnerAloneThatIgnoresTheRequestToTerminate) 
   limits_.exitAfterStop = std::chrono::milliseconds(100);
   // In place of the terminal tool, which is what the request reaches. It goes when its input ends.
   limits_.terminalTool = tools_.addScript("deaf", "trap '' TERM; echo busy n3w-s3cret; exec cat");
-  EXPECT_EQ(run("", {kAnyPrompt}, kShort), (Result{.status = -1, .output = "busy •••", .abandoned = true}));
+  EXPECT_EQ(run("", {kAnyPrompt}, kShort), (Result{.status = -1, .output = "busy •••", .abandoned = true, .timedOut = true}));
   EXPECT_TRUE(
       LeftoverProcesses::shared().waitUntilNone(std::chrono::steady_clock::now() + std::chrono::minutes(1)));
 }
