@@ -175,6 +175,11 @@ TEST_F(Accounts, ControlCharactersAreNotTyped) {
     EXPECT_NE(reply.text.value_or(""), "") << int{key};
     EXPECT_TRUE(isPassword("bob", kBobsPassword)) << int{key};
   }
+  // Nor would an argument take a NUL.
+  json nul = create("carol", "long enough");
+  nul["create"]["fullName"] = std::string("Carol\0C", 7);
+  EXPECT_THAT(manage(nul).text.value_or(""), HasSubstr("NUL character"));
+  EXPECT_FALSE(accountExists("carol"));
 }
 
 }  // namespace

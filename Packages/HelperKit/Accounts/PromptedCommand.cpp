@@ -122,6 +122,8 @@ bool canBeTyped(const Step::Answer& answer) {
   });
 }
 
+bool hasNul(const std::string& argument) { return argument.find('\0') != std::string::npos; }
+
 Result failure(const std::system_error& error, bool abandoned) {
   return {.output = posixErrorDescription(error.code().value()), .abandoned = abandoned};
 }
@@ -156,6 +158,9 @@ Result runPlainly(const Step& step, double timeout) {
 Result run(const Step& step, double timeout, const Limits& limits) {
   if (!std::all_of(step.answers.begin(), step.answers.end(), canBeTyped)) {
     return {.output = "The password cannot be typed: it is too long or has a control character in it."};
+  }
+  if (std::any_of(step.arguments.begin(), step.arguments.end(), hasNul)) {
+    return {.output = "The tool cannot be told the name: there is a NUL character in it."};
   }
   try {
     return step.answers.empty() ? runPlainly(step, timeout) : runOnTerminal(step, timeout, limits);
