@@ -114,9 +114,12 @@ std::string descriptionOf(const std::string& log) {
   return trimmingWhitespace(all.back());
 }
 
-std::string limitLine(const Step& step) {
-  const std::string tool = step.executable.substr(step.executable.rfind('/') + 1);
-  return "\nError: " + tool + " did not end within " + std::to_string(kStepTimeout) + " seconds";
+/// What has to be told of a step and does not stand in its output; empty when that is nothing.
+std::string remark(const Step& step, const PromptedCommand::Result& result) {
+  const std::string tool = "\nError: " + step.executable.substr(step.executable.rfind('/') + 1);
+  if (result.timedOut) return tool + " did not end within " + std::to_string(kStepTimeout) + " seconds";
+  const bool isHidden = result.saidError && result.output.find("Error:") == std::string::npos;
+  return isHidden ? tool + " wrote \"Error:\", maybe within a password" : "";
 }
 
 }  // namespace
@@ -143,7 +146,7 @@ Outcome runAll(const std::vector<Step>& steps, const StepRunner& run) {
     outcome.log += "\n" + result.output;
     outcome.failed = result.failed();
     outcome.abandoned = outcome.failed && result.abandoned;
-    if (result.timedOut) outcome.log += limitLine(step);
+    outcome.log += remark(step, result);
     if (outcome.failed) break;
   }
   return outcome;
