@@ -63,9 +63,10 @@ std::string refusalSentence(const LocalAccountFailure& failure, const LocalAccou
 NSError accountError(std::string_view refusal, const LocalAccountOperation& operation) {
   const std::optional<LocalAccountFailure> known = LocalAccountFailure::parse(refusal);
   const LocalAccountFailure failure = known.value_or(LocalAccountFailure::failed);
-  std::string sentence = known ? refusalSentence(*known, operation)
-                               : "The change failed, and part of it may have been made. The system says: " +
-                                     std::string(refusal);
+  std::string sentence =
+      known ? refusalSentence(*known, operation)
+            : "The change failed, but a part of it or all may have been made. The system says: " +
+                  std::string(refusal);
   return {std::string(kAccountErrorDomain), static_cast<std::int64_t>(failure.which()) + 1,
           std::move(sentence)};
 }

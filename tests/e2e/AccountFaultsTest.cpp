@@ -44,7 +44,8 @@ TEST_F(AccountFaults, ErrorInTheOutputIsAFailureWhateverTheStatus) {
   // Nor does it matter that a secret which is a piece of the word is masked in it.
   const ToolBehaviour refuses("sysadminctl@bob", "print Error: not today\nexit 0\n");
   for (const char* proof : {"r", "E", ":"}) {
-    failureOf(manage(withProof(resetPassword("bob", "correct horse"), "ann", proof)));
+    EXPECT_EQ(failureOf(manage(withProof(resetPassword("bob", "correct horse"), "ann", proof))),
+              "Error: sysadminctl wrote \"Error:\", maybe within a password");
   }
 }
 

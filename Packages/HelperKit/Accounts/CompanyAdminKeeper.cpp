@@ -8,7 +8,6 @@
 #include "Base/Characters.hpp"
 #include "Base/NSError.hpp"
 #include "Core/LocalAccountPolicy.hpp"
-#include "Platform/Log.hpp"
 
 namespace molvane {
 
@@ -209,6 +208,8 @@ void CompanyAdminKeeper::keepPassword(const CompanyAdminConfig& config, const Re
   if (record.pending) {
     const CompanyAdminTools::Setting setting = tools_.reset(current);
     if (!setting.directory.opens()) fail(setting.problem());
+    // An earlier tool may set it once more, over another one. So its age counts from now.
+    current.rotatedAt = now;
     commit(current);
   }
   if (record.pendingNotBelieved || isDue(current, config, now)) return rotate(current, now);
@@ -254,7 +255,7 @@ std::optional<CompanyAdminKeeper::Credentials> CompanyAdminKeeper::password() {
 }
 
 /// What is to be handed out while a password is pending; nothing when the account was never made.
-std::optional<CompanyAdminKeeper::Credentials> CompanyAdminKeeper::settled(const Record& record) {
+std::optional<CompanyAdminKeeper::Credentials> CompanyAdminKeeper::settled(const Record& record) const {
   const State& pending = *record.pending;
   const CompanyAdminTools::Sighting sighting = tools_.look(pending.name);
   if (sighting.presence == Presence::absent && !record.state) return std::nullopt;
@@ -268,12 +269,7 @@ std::optional<CompanyAdminKeeper::Credentials> CompanyAdminKeeper::settled(const
     }
     throw PasswordUnknown(setting.toolIsSilent() ? setting.directory.problem() : setting.problem());
   }
-  try {
-    commit(pending);
-  } catch (...) {
-    // It works all the same; it stays pending.
-    logLine("MolvaneHelper: company administrator: " + descriptionOfCurrentException());
-  }
+  // It stays pending: another one could be due, and an earlier tool set this one over it.
   return Credentials{pending.name, pending.password};
 }
 

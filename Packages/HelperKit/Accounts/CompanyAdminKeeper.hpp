@@ -56,7 +56,8 @@ class CompanyAdminKeeper {
   /// a sentence. Never throws for what fails.
   [[nodiscard]] CompanyAdminStatus apply(const CompanyAdminConfig& config, Date now) MOLVANE_EXCLUDES(lock_);
 
-  /// The account and its password; nothing when none is managed. May have to set the password for that.
+  /// The account and its password; nothing when none is managed. May have to set a pending password for that,
+  /// which stays pending.
   /// Throws PasswordUnknown.
   [[nodiscard]] std::optional<Credentials> password() MOLVANE_EXCLUDES(lock_);
 
@@ -81,7 +82,7 @@ class CompanyAdminKeeper {
       MOLVANE_REQUIRES(lock_);
   void keepPassword(const CompanyAdminConfig& config, const Record& record, Date now) MOLVANE_REQUIRES(lock_);
   void rotate(const State& current, Date now) MOLVANE_REQUIRES(lock_);
-  [[nodiscard]] std::optional<Credentials> settled(const Record& record) MOLVANE_REQUIRES(lock_);
+  [[nodiscard]] std::optional<Credentials> settled(const Record& record) const MOLVANE_REQUIRES(lock_);
   void commit(const State& state) MOLVANE_REQUIRES(lock_);
 
   Mutex lock_;

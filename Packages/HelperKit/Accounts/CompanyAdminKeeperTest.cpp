@@ -169,6 +169,21 @@ TEST_F(CompanyAdminKeeperTest, AFailedToolLeavesTheOldPasswordKnown) {
   }
 }
 
+TEST_F(CompanyAdminKeeperTest, AToolLeftBehindHasNoOtherPasswordToOverwrite) {
+  apply();
+  table_.fault = [](const std::string& call) -> std::optional<AccountTable::Fault> {
+    if (!call.starts_with("sysadminctl")) return std::nullopt;
+    return AccountTable::Fault{.result = {.status = -1, .output = "", .abandoned = true}};
+  };
+  EXPECT_NE(apply(wanted(), after(7 * kDay)).problem, std::nullopt);
+  const std::string pending = CompanyAdminFiles(folder_).pending().state.password;
+  table_.fault = nullptr;
+  EXPECT_EQ(working(), pending);
+  // It would be due, but the tool may set the old one over it at any time.
+  EXPECT_EQ(apply(wanted(), after(14 * kDay)).rotatedAt, after(14 * kDay));
+  EXPECT_EQ(working(), pending);
+}
+
 TEST_F(CompanyAdminKeeperTest, AnAccountMadeMeanwhileByAnotherIsNotTakenOver) {
   table_.fault = [&](const std::string& call) {
     std::optional<AccountTable::Fault> fault;

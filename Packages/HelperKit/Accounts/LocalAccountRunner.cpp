@@ -1,6 +1,5 @@
 #include "HelperKit/Accounts/LocalAccountRunner.hpp"
 
-#include <chrono>
 #include <cstdint>
 #include <utility>
 
@@ -8,7 +7,6 @@
 #include "Core/AccountDirectory.hpp"
 #include "Core/LocalAccountPolicy.hpp"
 #include "HelperKit/Maintenance/MaintenanceRunner.hpp"
-#include "Platform/Deadline.hpp"
 #include "Platform/Log.hpp"
 #include "Platform/SecureRandom.hpp"
 #include "Platform/Users.hpp"
@@ -116,9 +114,12 @@ std::string descriptionOf(const std::string& log) {
   return trimmingWhitespace(all.back());
 }
 
-std::string limitLine(const Step& step) {
-  const std::string tool = step.executable.substr(step.executable.rfind('/') + 1);
-  return "\nError: " + tool + " did not end within " + std::to_string(kStepTimeout) + " seconds";
+/// What has to be told of a step and does not stand in its output; empty when that is nothing.
+std::string remark(const Step& step, const PromptedCommand::Result& result) {
+  const std::string tool = "\nError: " + step.executable.substr(step.executable.rfind('/') + 1);
+  if (result.timedOut) return tool + " did not end within " + std::to_string(kStepTimeout) + " seconds";
+  const bool isHidden = result.saidError && result.output.find("Error:") == std::string::npos;
+  return isHidden ? tool + " wrote \"Error:\", maybe within a password" : "";
 }
 
 }  // namespace
@@ -141,13 +142,11 @@ std::optional<std::vector<LocalAccount>> listedAccounts() {
 Outcome runAll(const std::vector<Step>& steps, const StepRunner& run) {
   Outcome outcome;
   for (const Step& step : steps) {
-    const auto limit = deadlineAfter(kStepTimeout);
     const PromptedCommand::Result result = run(step, kStepTimeout);
     outcome.log += "\n" + result.output;
     outcome.failed = result.failed();
     outcome.abandoned = outcome.failed && result.abandoned;
-    // Before that it is abandoned for a failure of the system, which stands in the output.
-    if (outcome.abandoned && std::chrono::steady_clock::now() >= limit) outcome.log += limitLine(step);
+    outcome.log += remark(step, result);
     if (outcome.failed) break;
   }
   return outcome;

@@ -20,7 +20,8 @@ namespace molvane::LocalAccountRunner {
 class Failure final : public std::exception {
  public:
   /// `log` holds the outputs of all steps that ran, each behind a line feed; and a line of ours when a tool
-  /// reached its time limit, or the accounts could not be read back.
+  /// reached its time limit, when its "Error:" is masked or left out, or when the accounts could not be read
+  /// back.
   explicit Failure(std::string log);
 
   [[nodiscard]] const std::string& log() const noexcept { return log_; }

@@ -97,6 +97,18 @@ TEST(LocalAccountRunner, AFailureIsDescribedByTheLineThatTellsMost) {
   EXPECT_EQ(description("\nan error\n last "), "last") << "error in lower case is an ordinary word";
 }
 
+TEST(LocalAccountRunner, AToolThatReachedItsLimitIsNamed) {
+  const std::vector<Step> twice(2, pwpolicy({"-u", "bob", "-enableuser"}));
+  PromptedCommand::Result result{.output = "busy", .abandoned = true};
+  const auto run = [&result](const Step&, double) { return result; };
+  // Abandoned for a failure of the system, which the output tells.
+  EXPECT_EQ(runAll(twice, run).log, "\nbusy");
+  result.timedOut = true;
+  const Outcome outcome = runAll(twice, run);
+  EXPECT_TRUE(outcome.failed && outcome.abandoned);
+  EXPECT_EQ(outcome.log, "\nbusy\nError: pwpolicy did not end within 120 seconds");
+}
+
 TEST(LocalAccountRunner, GeneratedPasswordsAreOfTheAlphabetAndDiffer) {
   EXPECT_EQ(generatedPassword(0), "");
   std::set<std::string> seen;

@@ -66,6 +66,7 @@ class Dialogue {
     return {.status = timedOut ? -1 : status.value_or(-1),
             .output = text(),
             .abandoned = timedOut,
+            .timedOut = timedOut,
             .saidError = error_.found()};
   }
 
@@ -121,6 +122,8 @@ bool canBeTyped(const Step::Answer& answer) {
   });
 }
 
+bool hasNul(const std::string& argument) { return argument.find('\0') != std::string::npos; }
+
 Result failure(const std::system_error& error, bool abandoned) {
   return {.output = posixErrorDescription(error.code().value()), .abandoned = abandoned};
 }
@@ -146,6 +149,7 @@ Result runPlainly(const Step& step, double timeout) {
   return {.status = execution.timedOut ? -1 : execution.status,
           .output = std::move(execution.output),
           .abandoned = execution.timedOut,
+          .timedOut = execution.timedOut,
           .saidError = error.found()};
 }
 
@@ -154,6 +158,9 @@ Result runPlainly(const Step& step, double timeout) {
 Result run(const Step& step, double timeout, const Limits& limits) {
   if (!std::all_of(step.answers.begin(), step.answers.end(), canBeTyped)) {
     return {.output = "The password cannot be typed: it is too long or has a control character in it."};
+  }
+  if (std::any_of(step.arguments.begin(), step.arguments.end(), hasNul)) {
+    return {.output = "The tool cannot be told the name: there is a NUL character in it."};
   }
   try {
     return step.answers.empty() ? runPlainly(step, timeout) : runOnTerminal(step, timeout, limits);

@@ -23,6 +23,8 @@ struct Result {
   /// The tool was started and not followed to its end, because the limit struck or the system failed. It may
   /// have done its work all the same, and may be at it yet.
   bool abandoned = false;
+  /// It was abandoned because the limit struck.
+  bool timedOut = false;
   /// "Error:" stood in what the tool and the terminal wrote, whatever of it is masked or left out in
   /// `output`.
   bool saidError = false;
@@ -55,8 +57,8 @@ struct Limits {
 /// SIGTERM and, if it ignores that, left running.
 ///
 /// Nothing is started for a reply that a terminal would not pass on as it is: of more than 1023 bytes, or
-/// with a control character other than a tab, which is a key there and no part of a password. The result says
-/// so.
+/// with a control character other than a tab, which is a key there and no part of a password. Nor for an
+/// argument with a NUL, which would end it. The result says so.
 ///
 /// A step without answers runs without a terminal, as MaintenanceRunner::execute runs it, and nothing is
 /// masked.

@@ -79,7 +79,8 @@ TEST_F(PromptedCommandTest, WithoutAnswersThereIsNoTerminalAndNoMask) {
   limits_.terminalTool = "/nonexistent/script";
   const Result result = run("if [ -t 1 ]; then echo terminal; fi; echo 'n3w-s3cret Password:'; exit 4", {});
   EXPECT_EQ(result, (Result{.status = 4, .output = "n3w-s3cret Password:"}));
-  EXPECT_EQ(run("exec sleep 1000", {}, kShort), (Result{.status = -1, .output = "", .abandoned = true}));
+  EXPECT_EQ(run("exec sleep 1000", {}, kShort),
+            (Result{.status = -1, .output = "", .abandoned = true, .timedOut = true}));
 }
 
 TEST_F(PromptedCommandTest, AnswersSixTimesAndNotASeventh) {
@@ -132,7 +133,7 @@ TEST_F(PromptedCommandTest, TypesLongAndForeignPasswords) {
   EXPECT_EQ(heard(), password + "\nta\tb Ü \\n \"'$(x) \n");
 }
 
-TEST_F(PromptedCommandTest, StartsNothingForAPasswordThatCannotBeTyped) {
+TEST_F(PromptedCommandTest, StartsNothingForWhatCannotBePassedOn) {
   for (const std::string& reply :
        {std::string("two\nlines"), std::string("inter\x03rupt"), std::string("erased\x7F"),
         std::string("nul\0", 4), std::string(1024, 'x')}) {
@@ -140,6 +141,12 @@ TEST_F(PromptedCommandTest, StartsNothingForAPasswordThatCannotBeTyped) {
     EXPECT_EQ(result.status, -1);
     EXPECT_FALSE(result.abandoned);
     EXPECT_NE(result.output.find("cannot be typed"), std::string::npos);
+  }
+  const std::string name("carol\0x", 7);
+  for (const std::vector<Step::Answer>& answers : {std::vector{kAnyPrompt}, {}}) {
+    const Result result = PromptedCommand::run({"/bin/echo", {"-fullName", name}, answers}, kAmple, limits_);
+    EXPECT_EQ(result,
+              (Result{.output = "The tool cannot be told the name: there is a NUL character in it."}));
   }
   EXPECT_EQ(heard(), "");
 }
@@ -194,7 +201,8 @@ TEST_F(PromptedCommandTest, LeavesARunnerAloneThatIgnoresTheRequestToTerminate) 
   limits_.exitAfterStop = std::chrono::milliseconds(100);
   // In place of the terminal tool, which is what the request reaches. It goes when its input ends.
   limits_.terminalTool = tools_.addScript("deaf", "trap '' TERM; echo busy n3w-s3cret; exec cat");
-  EXPECT_EQ(run("", {kAnyPrompt}, kShort), (Result{.status = -1, .output = "busy •••", .abandoned = true}));
+  EXPECT_EQ(run("", {kAnyPrompt}, kShort),
+            (Result{.status = -1, .output = "busy •••", .abandoned = true, .timedOut = true}));
   EXPECT_TRUE(
       LeftoverProcesses::shared().waitUntilNone(std::chrono::steady_clock::now() + std::chrono::minutes(1)));
 }
