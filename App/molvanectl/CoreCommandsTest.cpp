@@ -91,7 +91,7 @@ TEST(PasteCheck, ListsNoMoreThanAPersonCanRead) {
   const ShellResult result = shell("printf '\\033%.0s' $(seq 1500) | $M paste-check");
   EXPECT_THAT(result.output, HasSubstr("\n1:1000: control U+001B\nand 500 more\n"));
   EXPECT_THAT(result.output, Not(HasSubstr("1:1001:")));
-  EXPECT_THAT(shell("{ printf '\\u00A0%.0s' $(seq 1500); printf '\\a'; } | $M paste-check").output,
+  EXPECT_THAT(shell("{ printf '\\302\\240%.0s' $(seq 1500); printf '\\a'; } | $M paste-check").output,
               HasSubstr("\n1:1501: control U+0007\nand 500 more\n"));
 }
 
