@@ -9,7 +9,7 @@ pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
 # AccountDirectory is left out for the XML parser that it needs. ./scripts/check-installed-library tells when something
 # is missing here.
 set(needed_sources
-  Base/.*/(Characters|Date|Json|JsonCoding|JsonNumber|NSError|PathText|Text|UnicodeLibrary|Utf8|Uuid)
+  Base/.*/(Characters|Date|Json|JsonCoding|JsonNumber|JsonValue|NSError|PathText|Text|UnicodeLibrary|Utf8|Uuid)
   Platform/.*/(Deadline|DirectoryHandle|FileDescriptor|FileIdentity|LockFile|SafeFile|SecureRandom|StandardPath|Users))
 set(needed_headers
   Base/CaseError.hpp Base/Characters.hpp Base/Date.hpp Base/HashCombine.hpp Base/Json.hpp Base/JsonCoding.hpp
