@@ -11,6 +11,11 @@ constexpr std::size_t kUsualSize = 4096;
 constexpr std::size_t kKeptSize = std::size_t{64} * 1024;
 constexpr const char* kProcessEnded = "the peer's process has ended";
 
+/// A client that has its answer often calls again at once. To wait for its socket alone and look at its
+/// process afterwards makes a call a tenth faster than to wait for both, so that is done first, for this
+/// long.
+constexpr std::chrono::milliseconds kWaitForSocketAlone{100};
+
 }  // namespace
 
 std::string_view MessageStream::buffered() const noexcept {
@@ -34,17 +39,25 @@ void MessageStream::releaseExcess() {
   begin_ = end_ = 0;
 }
 
+void MessageStream::endWith(const FileDescriptor& process) {
+  limitReceiving(socket_, kWaitForSocketAlone);
+  process_ = &process;
+}
+
 bool MessageStream::readSome(std::optional<Deadline> deadline, bool wait) {
   const Deadline latest = deadline.value_or(Deadline::max());
-  if (process_ != nullptr) awaitInput(latest);
   std::optional<std::size_t> count;
-  while (!(count = receiveSome(socket_, buffer_.data() + end_, buffer_.size() - end_,
-                               wait && process_ == nullptr))) {
+  while (!(count = receiveSome(socket_, buffer_.data() + end_, buffer_.size() - end_, wait))) {
     awaitInput(latest);
   }
+  requireProcess();
   knownAlive_ = true;
   end_ += *count;
   return *count > 0;
+}
+
+void MessageStream::requireProcess() const {
+  if (process_ != nullptr && isReadable(*process_)) throw ProtocolError(kProcessEnded);
 }
 
 void MessageStream::awaitInput(Deadline deadline) const {
@@ -84,7 +97,7 @@ std::optional<Message> MessageStream::receive(std::optional<Duration> whole) {
     makeRoom(size);
     if (!readSome(deadline, !deadline)) throw ProtocolError("the peer left in the middle of a message");
   }
-  if (process_ != nullptr && !knownAlive_ && isReadable(*process_)) throw ProtocolError(kProcessEnded);
+  if (!knownAlive_) requireProcess();
   last_ = size;
   return decodeMessage(ByteView(buffer_).subspan(begin_, size));
 }

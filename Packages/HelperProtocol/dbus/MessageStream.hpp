@@ -30,9 +30,10 @@ class MessageStream {
   MessageStream(const FileDescriptor& socket, std::size_t maxIncoming) noexcept
       : socket_(socket), maxIncoming_(maxIncoming) {}
 
-  /// From now on nothing is received once `process` can be read: receive() and fetch() throw ProtocolError.
-  /// `process` must outlive the stream.
-  void endWith(const FileDescriptor& process) noexcept { process_ = &process; }
+  /// From now on nothing is received once `process` can be read: receive() and fetch() throw ProtocolError; a
+  /// wait for the other end's next message ends within a tenth of a second. `process` must outlive the
+  /// stream. Throws std::system_error.
+  void endWith(const FileDescriptor& process);
 
   /// Waits for the next message, without a limit for its first byte and for no longer than `whole` from there
   /// to its last (no value: without a limit). Nothing at the end of the stream. What is returned lies in the
@@ -64,11 +65,12 @@ class MessageStream {
   void releaseExcess();
   bool readSome(std::optional<Deadline> deadline, bool wait);
   void awaitInput(Deadline deadline) const;
+  void requireProcess() const;
 
   const FileDescriptor& socket_;
   std::size_t maxIncoming_;
   const FileDescriptor* process_ = nullptr;
-  bool knownAlive_ = false;  ///< the process was, when the last bytes of the next message came
+  bool knownAlive_ = false;  ///< the process was, after the last bytes of the next message had come
   Bytes buffer_;
   std::size_t begin_ = 0;
   std::size_t end_ = 0;

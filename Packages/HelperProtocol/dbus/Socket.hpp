@@ -50,9 +50,13 @@ const FileDescriptor* waitForEither(const FileDescriptor& first, const FileDescr
 [[nodiscard]] bool isReadable(const FileDescriptor& descriptor);
 
 /// Takes what has come, up to `capacity` bytes, and answers its size; 0 at the stream's end, nothing when
-/// nothing is there. With `wait` it waits for the first byte without a limit.
+/// nothing is there. With `wait` it waits for the first byte, without a limit unless limitReceiving has set
+/// one.
 [[nodiscard]] std::optional<std::size_t> receiveSome(const FileDescriptor& socket, std::uint8_t* to,
                                                      std::size_t capacity, bool wait);
+
+/// From now on receiveSome waits for `timeout` at the longest. Throws std::system_error.
+void limitReceiving(const FileDescriptor& socket, std::chrono::milliseconds timeout);
 
 /// Whether the other end was closed for good; what it sent before that may still be there to be read.
 [[nodiscard]] bool hasHungUp(const FileDescriptor& socket);

@@ -29,12 +29,12 @@ sockaddr_un addressOf(const std::string& path) {
   return address;
 }
 
-void limitSending(const FileDescriptor& socket, std::chrono::milliseconds timeout) {
+// `option` is SO_SNDTIMEO or SO_RCVTIMEO; no time is no limit.
+void setLimit(const FileDescriptor& socket, int option, std::chrono::milliseconds timeout) {
   timeval limit{};
   limit.tv_sec = timeout.count() / 1000;
   limit.tv_usec = timeout.count() % 1000 * 1000;
-  if (::setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) != 0)
-    throwErrno("limit a socket");
+  if (::setsockopt(socket.get(), SOL_SOCKET, option, &limit, sizeof limit) != 0) throwErrno("limit a socket");
 }
 
 /// Waits until something has happened to one of `entries`; false when `deadline` came first.
@@ -84,13 +84,13 @@ FileDescriptor connectTo(const std::string& path, std::chrono::milliseconds time
   const sockaddr_un address = addressOf(path);
   FileDescriptor socket = unixSocket();
   // A full queue makes connect wait for as long as sending may take.
-  limitSending(socket, timeout);
+  setLimit(socket, SO_SNDTIMEO, timeout);
   while (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     if (errno == EINTR) continue;
     if (isRetry(errno)) errno = ETIMEDOUT;
     throwErrno("connect to " + path);
   }
-  limitSending(socket, std::chrono::milliseconds(0));
+  setLimit(socket, SO_SNDTIMEO, std::chrono::milliseconds(0));
   return socket;
 }
 
@@ -138,6 +138,10 @@ const FileDescriptor* waitForEither(const FileDescriptor& first, const FileDescr
   std::array<pollfd, 2> entries{{{first.get(), POLLIN, 0}, {second.get(), POLLIN, 0}}};
   if (!pollUntil(entries, deadline)) return nullptr;
   return entries[0].revents != 0 ? &first : &second;
+}
+
+void limitReceiving(const FileDescriptor& socket, std::chrono::milliseconds timeout) {
+  setLimit(socket, SO_RCVTIMEO, timeout);
 }
 
 bool isReadable(const FileDescriptor& descriptor) { return eventsNow(descriptor, POLLIN) != 0; }
