@@ -220,7 +220,8 @@ TEST_F(DeviceCommands, StatusCancelAndDetachAnswerOnceAndWaitForNothing) {
   EXPECT_EQ(program.run({"device", "image", "disk4", "/tmp/x.img", "--detach"}), ExitStatus::done);
   EXPECT_EQ(program.out.written, "J\n");
   EXPECT_THAT(program.err.written, HasSubstr("The helper ends some time after its last client has gone"));
-  EXPECT_EQ(program.helper.calls.size(), 9U) << "no job was followed";
+  ASSERT_EQ(program.helper.calls.size(), 9U) << "no job was followed";
+  EXPECT_EQ(program.helper.calls[4], "cancel J");
 
   program.helper.jobs["B"] = {R"({"phase":"melting","bytesDone":0,"bytesTotal":0,"badBlocks":0,"log":""})"};
   EXPECT_EQ(program.run({"device", "status", "B"}), ExitStatus::failed);
