@@ -262,26 +262,23 @@ TEST(CompanyAdmin, AProblemIsASentenceAndAFailure) {
 }
 
 TEST(CompanyAdmin, ThePasswordStandsAloneAndOnlyWhereItIsAskedFor) {
+  const std::string none = "The helper manages no company administrator.\n";
   InProcess program;
-  EXPECT_EQ(program.run({"company-admin", "password"}), ExitStatus::failed);
-  EXPECT_EQ(program.err.written, "molvanectl: The helper manages no company administrator.\n");
-  EXPECT_EQ(program.run({"company-admin", "status"}), ExitStatus::done);
-  EXPECT_EQ(program.out.written, "The helper manages no company administrator.\n");
-  EXPECT_EQ(program.run({"company-admin", "status", "--json"}), ExitStatus::done);
-  EXPECT_EQ(program.out.written, "{\"name\":null,\"account\":null}\n");
-
+  program.expect(
+      {{{"company-admin", "password"}, ExitStatus::failed, "", "molvanectl: " + none},
+       {{"company-admin", "status"}, ExitStatus::done, none},
+       {{"company-admin", "status", "--json"}, ExitStatus::done, "{\"name\":null,\"account\":null}\n"}});
   program.helper.companyAdmin = {"itadmin", "k3ptS3cret"};
-  EXPECT_EQ(program.run({"company-admin", "password"}), ExitStatus::done);
-  EXPECT_EQ(program.out.written, "k3ptS3cret\n");
-  EXPECT_EQ(program.run({"company-admin", "password", "--json"}), ExitStatus::done);
-  EXPECT_EQ(program.out.written, "{\"name\":\"itadmin\",\"password\":\"k3ptS3cret\"}\n");
+  program.expect({{{"company-admin", "password"}, ExitStatus::done, "k3ptS3cret\n"},
+                  {{"company-admin", "password", "--json"},
+                   ExitStatus::done,
+                   "{\"name\":\"itadmin\",\"password\":\"k3ptS3cret\"}\n"}});
   program.run({"company-admin", "status"});
   EXPECT_THAT(program.out.written + program.err.written, Not(HasSubstr("k3ptS3cret")));
-
   program.helper.companyAdmin.reset();
   program.helper.accountError = NSError{"NSPOSIXErrorDomain", 5, "No."};
-  EXPECT_EQ(program.run({"company-admin", "password"}), ExitStatus::failed);
-  EXPECT_EQ(program.err.written, "molvanectl: No. (NSPOSIXErrorDomain, 5)\n");
+  program.expect(
+      {{{"company-admin", "password"}, ExitStatus::failed, "", "molvanectl: No. (NSPOSIXErrorDomain, 5)\n"}});
 }
 
 }  // namespace

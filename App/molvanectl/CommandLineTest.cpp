@@ -133,12 +133,10 @@ TEST(CommandLineHelp, WinsOverWhatIsWrongBesideIt) {
 TEST(CommandLineConnection, SaysWhyItCannotConnectAndEndsWithThree) {
   InProcess program;
   program.cannotConnect = "Nothing listens.";
-  EXPECT_EQ(program.run({"ping"}), ExitStatus::noConnection);
-  EXPECT_EQ(program.err.written, "molvanectl: Nothing listens.\n");
-  EXPECT_EQ(program.run({"ping", "--json"}), ExitStatus::noConnection);
-  EXPECT_EQ(program.err.written,
-            R"({"error":{"domain":"com.molvane.molvanectl","code":3,"description":"Nothing listens."}})"
-            "\n");
+  const std::string json =
+      R"({"error":{"domain":"com.molvane.molvanectl","code":3,"description":"Nothing listens."}})";
+  program.expect({{{"ping"}, ExitStatus::noConnection, "", "molvanectl: Nothing listens.\n"},
+                  {{"ping", "--json"}, ExitStatus::noConnection, "", json + "\n"}});
 }
 
 TEST(CommandLineConnection, ALostOneStopsTheWorkAndClaimsNothing) {

@@ -10,73 +10,40 @@
 namespace molvane::ctl {
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using ::testing::Not;
 
 const NSError kDenied{"com.molvane.helper", 1, "Path not allowed: /etc"};
 const NSError kPosix{"NSPOSIXErrorDomain", 13, "The operation couldn’t be completed. Permission denied"};
 
-TEST(PingCommand, PrintsTheAnswer) {
-  InProcess program;
-  EXPECT_EQ(program.run({"ping"}), ExitStatus::done);
-  EXPECT_EQ(program.out.written, "pong\n");
-  EXPECT_THAT(program.err.written, IsEmpty());
-}
-
-TEST(SizeCommand, OnePathIsANumberSeveralAreATable) {
-  InProcess program;
-  program.helper.sizes = {{"/a", 9223372036854775807}, {"/b c", 0}};
-  EXPECT_EQ(program.run({"size", "/a"}), ExitStatus::done);
-  EXPECT_EQ(program.out.written, "9223372036854775807\n");
-  EXPECT_EQ(program.run({"size", "/a", "/b c"}), ExitStatus::done);
-  EXPECT_EQ(program.out.written, "9223372036854775807\t/a\n0\t/b c\n");
-  EXPECT_EQ(program.run({"size", "--json", "/a", "/b c"}), ExitStatus::done);
-  EXPECT_EQ(program.out.written,
-            "{\"path\":\"/a\",\"bytes\":9223372036854775807}\n{\"path\":\"/b c\",\"bytes\":0}\n");
-}
-
-TEST(SizeCommand, ReportsARefusalAndGoesOn) {
+TEST(PathCommands, EachPathIsAnsweredAndARefusalStopsNothing) {
   InProcess program;
   program.helper.refusals = {{"/etc", kDenied}, {"/p", kPosix}};
-  program.helper.sizes = {{"/b", 7}};
-  EXPECT_EQ(program.run({"size", "/etc", "/p", "/b"}), ExitStatus::failed);
-  EXPECT_EQ(program.out.written, "7\t/b\n");
-  EXPECT_EQ(
-      program.err.written,
-      "molvanectl: Path not allowed: /etc (com.molvane.helper, 1)\n"
-      "molvanectl: /p: The operation couldn’t be completed. Permission denied (NSPOSIXErrorDomain, 13)\n");
-
-  EXPECT_EQ(program.run({"size", "/p"}), ExitStatus::failed);
-  EXPECT_EQ(program.err.written,
-            "molvanectl: The operation couldn’t be completed. Permission denied (NSPOSIXErrorDomain, 13)\n");
-
-  EXPECT_EQ(program.run({"--json", "size", "/etc", "/b"}), ExitStatus::failed);
-  EXPECT_EQ(program.out.written, "{\"path\":\"/b\",\"bytes\":7}\n");
-  EXPECT_EQ(program.err.written,
-            "{\"path\":\"/etc\",\"error\":{\"domain\":\"com.molvane.helper\",\"code\":1,"
-            "\"description\":\"Path not allowed: /etc\"}}\n");
-}
-
-TEST(RemoveCommand, IsSilentUnlessAskedAndGoesOnAfterARefusal) {
-  InProcess program;
-  program.helper.refusals = {{"/etc", kDenied}};
-  program.helper.sizes = {{"/a", 1}, {"/b", 1}, {"/c", 1}, {"/d", 1}};
-  EXPECT_EQ(program.run({"remove", "/a"}), ExitStatus::done);
-  EXPECT_THAT(program.out.written + program.err.written, IsEmpty());
-
-  EXPECT_EQ(program.run({"remove", "-v", "/etc", "/b"}), ExitStatus::failed);
-  EXPECT_EQ(program.out.written, "removed /b\n");
-  EXPECT_EQ(program.err.written, "molvanectl: Path not allowed: /etc (com.molvane.helper, 1)\n");
-
-  EXPECT_EQ(program.run({"remove", "/c", "--json"}), ExitStatus::done);
-  EXPECT_EQ(program.out.written, "{\"path\":\"/c\",\"removed\":true}\n");
-  EXPECT_THAT(program.helper.sizes, ElementsAre(::testing::Key("/d")));
-
-  // A no without a reason is still a no.
-  EXPECT_EQ(program.run({"remove", "/a"}), ExitStatus::failed);
-  EXPECT_EQ(program.err.written, "molvanectl: The helper refused and gave no reason.\n");
+  program.helper.sizes = {{"/a", 9223372036854775807}, {"/b c", 0}, {"/d", 7}};
+  const std::string denied = "molvanectl: Path not allowed: /etc (com.molvane.helper, 1)\n";
+  const std::string posix = kPosix.localizedDescription + " (NSPOSIXErrorDomain, 13)\n";
+  const auto done = ExitStatus::done;
+  const auto failed = ExitStatus::failed;
+  program.expect({
+      {{"size", "/a"}, done, "9223372036854775807\n"},
+      {{"size", "/a", "/b c"}, done, "9223372036854775807\t/a\n0\t/b c\n"},
+      {{"size", "--json", "/a", "/b c"},
+       done,
+       "{\"path\":\"/a\",\"bytes\":9223372036854775807}\n{\"path\":\"/b c\",\"bytes\":0}\n"},
+      {{"size", "/etc", "/p", "/d"}, failed, "7\t/d\n", denied + "molvanectl: /p: " + posix},
+      {{"size", "/p"}, failed, "", "molvanectl: " + posix},
+      {{"--json", "size", "/etc", "/d"},
+       failed,
+       "{\"path\":\"/d\",\"bytes\":7}\n",
+       R"({"path":"/etc","error":{"domain":"com.molvane.helper","code":1,)"
+       R"("description":"Path not allowed: /etc"}})"
+       "\n"},
+      {{"remove", "/a"}},
+      {{"remove", "-v", "/etc", "/b c"}, failed, "removed /b c\n", denied},
+      {{"remove", "/d", "--json"}, done, "{\"path\":\"/d\",\"removed\":true}\n"},
+      // A no without a reason is still a no.
+      {{"remove", "/a"}, failed, "", "molvanectl: The helper refused and gave no reason.\n"},
+  });
 }
 
 TEST(TaskList, ShowsTheCatalogueWithoutTheHelper) {
@@ -123,34 +90,24 @@ TEST(TaskRun, PrintsTheTranscriptAndWhatCameOfIt) {
                             {"summary", flush.failureSummary()}}));
 }
 
-TEST(TaskRun, LeavesRefusalsToTheHelper) {
+TEST(TaskRun, LeavesRefusalsToTheHelperAndWarnsAPersonOfASlowTask) {
   InProcess program;
-  program.helper.refusals = {
-      {"restart-dock",
-       {"com.molvane.helper", 6, "Task restart-dock does not need root; run it from the app."}},
-      {"no-such", {"com.molvane.helper", 5, "Unknown maintenance task: no-such"}}};
-  EXPECT_EQ(program.run({"task", "run", "restart-dock"}), ExitStatus::failed);
-  EXPECT_EQ(
-      program.err.written,
-      "molvanectl: Task restart-dock does not need root; run it from the app. (com.molvane.helper, 6)\n");
-  EXPECT_EQ(program.run({"task", "run", "no-such"}), ExitStatus::failed);
-  EXPECT_EQ(program.err.written, "molvanectl: Unknown maintenance task: no-such (com.molvane.helper, 5)\n");
-  EXPECT_THAT(program.out.written, IsEmpty());
-
+  program.helper.refusals["restart-dock"] = {"com.molvane.helper", 6, "It does not need root."};
   // A helper that is newer than the program knows more tasks.
-  program.helper.tasks["new-task"] = {true, "$ new\n"};
-  EXPECT_EQ(program.run({"task", "run", "new-task"}), ExitStatus::done);
-  EXPECT_EQ(program.out.written, "$ new\n");
-}
-
-TEST(TaskRun, WarnsAPersonOfASlowTask) {
-  InProcess program;
-  program.helper.tasks["download-updates"] = {true, ""};
-  EXPECT_EQ(program.run({"task", "run", "download-updates"}), ExitStatus::done);
-  EXPECT_THAT(program.err.written, IsEmpty());
+  program.helper.tasks = {{"new-task", {true, "$ new\n"}}, {"download-updates", {true, "$ x\n"}}};
+  const std::string done =
+      "$ x\n" + std::string(MaintenanceTask::parse("download-updates")->successSummary()) + "\n";
+  program.expect({{{"task", "run", "restart-dock"},
+                   ExitStatus::failed,
+                   "",
+                   "molvanectl: It does not need root. (com.molvane.helper, 6)\n"},
+                  {{"task", "run", "new-task"}, ExitStatus::done, "$ new\n"},
+                  {{"task", "run", "download-updates"}, ExitStatus::done, done}});
   program.errIsTerminal = true;
-  EXPECT_EQ(program.run({"task", "run", "download-updates"}), ExitStatus::done);
-  EXPECT_EQ(program.err.written, "molvanectl: This task can take minutes or longer. Waiting for its end.\n");
+  program.expect({{{"task", "run", "download-updates"},
+                   ExitStatus::done,
+                   done,
+                   "molvanectl: This task can take minutes or longer. Waiting for its end.\n"}});
   EXPECT_EQ(program.run({"task", "run", "download-updates", "--json"}), ExitStatus::done);
   EXPECT_THAT(program.err.written, IsEmpty());
 }

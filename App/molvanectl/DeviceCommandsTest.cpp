@@ -16,9 +16,7 @@
 namespace molvane::ctl {
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
 const std::string kDone =
@@ -177,17 +175,6 @@ TEST_F(DeviceCommands, AnImageThatIsHardlyADiskIsAskedAbout) {
   }
 }
 
-TEST_F(DeviceCommands, DetachPrintsTheIdentifierAndLeavesTheJob) {
-  EXPECT_EQ(program.run({"device", "image", "disk4", "/tmp/x.img", "--detach"}), ExitStatus::done);
-  EXPECT_EQ(program.out.written, "J\n");
-  EXPECT_THAT(program.err.written, HasSubstr("The helper ends some time after its last client has gone"));
-  EXPECT_EQ(program.helper.calls.size(), 1U);
-
-  EXPECT_EQ(program.run({"device", "image", "disk4", "/tmp/x.img", "--detach", "--json"}), ExitStatus::done);
-  EXPECT_EQ(program.out.written, "{\"event\":\"started\",\"job\":\"J\"}\n");
-  EXPECT_THAT(program.err.written, IsEmpty());
-}
-
 TEST_F(DeviceCommands, ARefusalIsTheHelpersOwn) {
   program.helper.refusals["start"] = {"com.molvane.helper.policy", 10, "disk4 is an internal disk. Refused."};
   program.console.hasPerson = program.errIsTerminal = true;
@@ -203,39 +190,47 @@ TEST_F(DeviceCommands, ARefusalIsTheHelpersOwn) {
   EXPECT_EQ(program.err.written, "molvanectl: The helper refused and gave no reason.\n");
 }
 
-TEST_F(DeviceCommands, StatusPrintsAJobOnce) {
+TEST_F(DeviceCommands, StatusCancelAndDetachAnswerOnceAndWaitForNothing) {
   program.helper.jobs["F"] = {
       R"({"phase":"failed","bytesDone":500,"bytesTotal":2000,"badBlocks":7,"log":"Reading\nNo.","error":"No."})"};
-  EXPECT_EQ(program.run({"device", "status", "F"}), ExitStatus::done);
-  EXPECT_EQ(program.out.written, "failed: 500 bytes of 2.00 kB, 25%\nunreadable blocks: 7\nerror: No.\n");
-  EXPECT_EQ(program.run({"device", "status", "--log", "J"}), ExitStatus::done);
-  EXPECT_EQ(program.out.written, "finished: 5 bytes of 5 bytes, 100%\nSHA-256 abc\nDone.\n");
-  EXPECT_EQ(program.run({"device", "status", "F", "--json"}), ExitStatus::done);
-  EXPECT_EQ(program.out.written,
-            R"({"job":"F","phase":"failed","bytesDone":500,"bytesTotal":2000,"badBlocks":7,"error":"No.",)"
-            R"("log":"Reading\nNo."})"
-            "\n");
-
-  EXPECT_EQ(program.run({"device", "status", "none"}), ExitStatus::failed);
-  EXPECT_EQ(program.err.written, "molvanectl: Unknown job: none (com.molvane.helper, 8)\n");
+  program.expect({
+      {{"device", "status", "F"},
+       ExitStatus::done,
+       "failed: 500 bytes of 2.00 kB, 25%\nunreadable blocks: 7\nerror: No.\n"},
+      {{"device", "status", "--log", "J"},
+       ExitStatus::done,
+       "finished: 5 bytes of 5 bytes, 100%\nSHA-256 abc\nDone.\n"},
+      {{"device", "status", "F", "--json"},
+       ExitStatus::done,
+       R"({"job":"F","phase":"failed","bytesDone":500,"bytesTotal":2000,"badBlocks":7,"error":"No.",)"
+       R"("log":"Reading\nNo."})"
+       "\n"},
+      {{"device", "status", "none"},
+       ExitStatus::failed,
+       "",
+       "molvanectl: Unknown job: none (com.molvane.helper, 8)\n"},
+      {{"device", "cancel", "J"}, ExitStatus::done, "The helper was asked to cancel the job.\n"},
+      {{"device", "cancel", "J", "--json"}, ExitStatus::done, "{\"job\":\"J\",\"accepted\":true}\n"},
+      {{"device", "image", "disk4", "/tmp/x.img", "--detach", "--json"},
+       ExitStatus::done,
+       "{\"event\":\"started\",\"job\":\"J\"}\n"},
+  });
   EXPECT_EQ(program.run({"device", "status", "none", "--json"}), ExitStatus::failed);
   EXPECT_EQ(nlohmann::json::parse(program.err.written).at("job"), "none");
+  EXPECT_EQ(program.run({"device", "image", "disk4", "/tmp/x.img", "--detach"}), ExitStatus::done);
+  EXPECT_EQ(program.out.written, "J\n");
+  EXPECT_THAT(program.err.written, HasSubstr("The helper ends some time after its last client has gone"));
+  ASSERT_EQ(program.helper.calls.size(), 9U) << "no job was followed";
+  EXPECT_EQ(program.helper.calls[4], "cancel J");
 
   program.helper.jobs["B"] = {R"({"phase":"melting","bytesDone":0,"bytesTotal":0,"badBlocks":0,"log":""})"};
   EXPECT_EQ(program.run({"device", "status", "B"}), ExitStatus::failed);
   EXPECT_THAT(program.err.written, HasSubstr("What the helper answered about the job B cannot be read: "));
-}
-
-TEST_F(DeviceCommands, CancelAsksAndDoesNotWait) {
-  EXPECT_EQ(program.run({"device", "cancel", "J"}), ExitStatus::done);
-  EXPECT_EQ(program.out.written, "The helper was asked to cancel the job.\n");
-  EXPECT_THAT(program.helper.calls, ElementsAre("cancel J"));
-  EXPECT_EQ(program.run({"device", "cancel", "J", "--json"}), ExitStatus::done);
-  EXPECT_EQ(program.out.written, "{\"job\":\"J\",\"accepted\":true}\n");
-
   program.helper.cancels = false;
-  EXPECT_EQ(program.run({"device", "cancel", "J"}), ExitStatus::failed);
-  EXPECT_EQ(program.err.written, "molvanectl: The job J has ended, or the helper does not know it.\n");
+  program.expect({{{"device", "cancel", "J"},
+                   ExitStatus::failed,
+                   "",
+                   "molvanectl: The job J has ended, or the helper does not know it.\n"}});
 }
 
 }  // namespace

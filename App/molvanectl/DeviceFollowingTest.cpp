@@ -164,66 +164,61 @@ TEST_F(DeviceFollowing, AToolIsHeardAsItSpeaksAndCommandsNothing) {
 }
 
 TEST_F(DeviceFollowing, AFailureIsToldOnceWithWhatItMayLeave) {
-  script({status(Phase::running),
-          failed("tmutil exited 1: no\nway", "$ tmutil setdestination /Volumes/B\nno\nway\n")});
-  EXPECT_EQ(program.run(backup), ExitStatus::failed);
-  EXPECT_EQ(program.out.written, "$ tmutil setdestination /Volumes/B\nno\nway\n");
-  EXPECT_THAT(program.err.written,
-              EndsWith("molvanectl: tmutil exited 1: no\nway\n"
-                       "molvanectl: Check the system's settings to see whether the backup "
-                       "destination has changed.\n"));
-  script({status(Phase::cancelled)});
-  EXPECT_EQ(program.run(write), ExitStatus::failed);
-  EXPECT_THAT(program.err.written, EndsWith("molvanectl: The job was cancelled.\n"
-                                            "molvanectl: disk4 may hold only a part of the image.\n"));
-  EXPECT_THAT(program.out.written, IsEmpty());
-  script({failed("Write failed: No space left on device", "Reading x\n")});
-  EXPECT_EQ(program.run(image), ExitStatus::failed);
-  EXPECT_THAT(program.err.written, EndsWith("A partial image may be left at /tmp/x.img.\n"));
-
-  // The helper calls it finished when there is nothing more to read.
-  script({status(Phase::finished, 1'500'000, 24'000'000, "Writing x\nDone.\n")});
-  EXPECT_EQ(program.run(write), ExitStatus::failed);
-  EXPECT_THAT(program.err.written,
-              EndsWith("molvanectl: Only 1.50 MB of 24.0 MB could be copied; there was no more to read.\n"
-                       "molvanectl: disk4 may hold only a part of the image.\n"));
-  EXPECT_THAT(program.out.written, IsEmpty());
-}
-
-TEST_F(DeviceFollowing, OnceItVerifiesTheWholeImageIsOnTheDisk) {
-  const std::string log = "Writing x\nVerifying…\n";
-  const std::string unproved = ", but that the disk holds the same has not been proved.";
-  for (const auto& [end, left] :
-       {std::pair{failed("Verification failed: device content differs from the image.", log),
-                  std::string(", but the disk gives back something else. Do not use it.")},
-        {failed("Verify read failed: Input/output error", log), unproved},
-        {status(Phase::cancelled, 5, 9, log), unproved}}) {
-    for (const Words& words : {write, Words{"device", "watch", "J"}}) {
-      script({end});
-      EXPECT_EQ(program.run(words), ExitStatus::failed);
-      EXPECT_THAT(program.err.written, HasSubstr("molvanectl: The whole image was written"));
-      EXPECT_THAT(program.err.written, EndsWith(left + "\n"));
-    }
+  const std::string busy = "Cannot open device for writing: Device or resource busy. Unmount it first.";
+  const std::string verifying = "Writing x\nVerifying…\n";
+  const std::string part = "molvanectl: disk4 may hold only a part of the image.\n";
+  const std::string whole = "molvanectl: The whole image was written to disk4, but ";
+  const std::string watched = "molvanectl: The whole image was written, but ";
+  const std::string unproved = "that the disk holds the same has not been proved.\n";
+  const std::string cancelled = "molvanectl: The job was cancelled.\n";
+  const std::string differs = "Verification failed: device content differs from the image.";
+  const std::string unread = "Verify read failed: Input/output error";
+  const Words watch = {"device", "watch", "J"};
+  struct Case {
+    Words words;
+    DeviceJobStatus end;
+    std::string said;  // after the job's name
+  };
+  const Case cases[] = {
+      {write, status(Phase::cancelled), cancelled + part},
+      {image, failed("No space left", "Reading x\n"),
+       "molvanectl: No space left\nmolvanectl: A partial image may be left at /tmp/x.img.\n"},
+      // The helper calls it finished when there is nothing more to read.
+      {write, status(Phase::finished, 1'500'000, 24'000'000, "Writing x\nDone.\n"),
+       "molvanectl: Only 1.50 MB of 24.0 MB could be copied; there was no more to read.\n" + part},
+      // Once it verifies, all of the image is on the disk.
+      {write, failed(differs, verifying),
+       "molvanectl: " + differs + "\n" + whole + "the disk gives back something else. Do not use it.\n"},
+      {write, failed(unread, verifying), "molvanectl: " + unread + "\n" + whole + unproved},
+      {write, status(Phase::cancelled, 5, 9, verifying), cancelled + whole + unproved},
+      {watch, failed(differs, verifying), watched + "the disk gives back something else. Do not use it.\n"},
+      {watch, failed(unread, verifying), watched + unproved},
+      {watch, status(Phase::cancelled, 5, 9, verifying), watched + unproved},
+      // Nothing is left where nothing was begun, nor by an image that was cancelled.
+      {write, failed(busy, "Writing x\n"), "molvanectl: job J\nmolvanectl: " + busy + "\n"},
+      {watch, failed(busy, "Writing x\n"), "molvanectl: " + busy + "\n"},
+      {image, failed("Cannot create /tmp/x.img: File exists", "Reading x\n"),
+       "molvanectl: job J\nmolvanectl: Cannot create /tmp/x.img: File exists\n"},
+      {image, status(Phase::cancelled, 5, 9, "Reading x\n"), "molvanectl: job J\n" + cancelled},
+  };
+  for (const Case& each : cases) {
+    script({each.end});
+    EXPECT_EQ(program.run(each.words), ExitStatus::failed) << each.said;
+    EXPECT_THAT(program.out.written, IsEmpty());
+    EXPECT_THAT(program.err.written, EndsWith(each.said));
   }
-  script({status(Phase::verifying, 5, 9, log)});
+  script({status(Phase::verifying, 5, 9, verifying)});
   program.helper.callsUntilLost = 3;
   EXPECT_EQ(program.run(write), ExitStatus::noConnection);
-  EXPECT_THAT(program.err.written, EndsWith("The whole image was written to disk4" + unproved + "\n"));
-}
+  EXPECT_THAT(program.err.written, EndsWith(whole.substr(12) + unproved));
 
-TEST_F(DeviceFollowing, NothingIsSaidToBeLeftWhereNothingIs) {
-  const std::string busy = "Cannot open device for writing: Device or resource busy. Unmount it first.";
-  for (const Words& words : {write, Words{"device", "watch", "J"}}) {
-    script({failed(busy, "Writing x\n")});
-    EXPECT_EQ(program.run(words), ExitStatus::failed);
-    EXPECT_THAT(program.err.written, EndsWith("molvanectl: " + busy + "\n"));
-  }
-  script({failed("Cannot create /tmp/x.img: File exists", "Reading x\n")});
-  EXPECT_EQ(program.run(image), ExitStatus::failed);
-  EXPECT_THAT(program.err.written, EndsWith("File exists\n"));
-  script({status(Phase::cancelled, 5, 9, "Reading x\n")});
-  EXPECT_EQ(program.run(image), ExitStatus::failed);
-  EXPECT_THAT(program.err.written, EndsWith("molvanectl: The job was cancelled.\n"));
+  program.helper.callsUntilLost = -1;
+  script({status(Phase::running),
+          failed("tmutil exited 1: no\nway", "$ tmutil setdestination /Volumes/B\nno\nway\n")});
+  program.expect({{backup, ExitStatus::failed, "$ tmutil setdestination /Volumes/B\nno\nway\n",
+                   "molvanectl: job J\nmolvanectl: running: 0:00\nmolvanectl: tmutil exited 1: no\nway\n"
+                   "molvanectl: Check the system's settings to see whether the backup "
+                   "destination has changed.\n"}});
 }
 
 TEST_F(DeviceFollowing, AnInterruptionCancelsOnceAndWaitsForTheOutcome) {

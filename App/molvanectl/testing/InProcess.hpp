@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <memory>
 #include <string>
 #include <vector>
@@ -34,6 +36,24 @@ struct InProcess {
       return std::make_unique<FakeHelper>(helper);
     });
     return program.run(arguments);
+  }
+
+  /// All that a call says and how it ends.
+  struct Call {
+    std::vector<std::string> words;
+    ExitStatus status = ExitStatus::done;
+    std::string out = {};
+    std::string err = {};
+  };
+
+  /// Makes the calls in turn.
+  void expect(const std::vector<Call>& calls) {
+    for (const Call& call : calls) {
+      SCOPED_TRACE(::testing::PrintToString(call.words));
+      EXPECT_EQ(run(call.words), call.status);
+      EXPECT_EQ(out.written, call.out);
+      EXPECT_EQ(err.written, call.err);
+    }
   }
 };
 
