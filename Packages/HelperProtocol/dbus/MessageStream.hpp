@@ -30,8 +30,8 @@ class MessageStream {
   MessageStream(const FileDescriptor& socket, std::size_t maxIncoming) noexcept
       : socket_(socket), maxIncoming_(maxIncoming) {}
 
-  /// From now on nothing is received once `process` can be read: receive() and fetch() throw ProtocolError; a
-  /// wait for the other end's next message ends within a tenth of a second. `process` must outlive the
+  /// From now on nothing is received once `process` can be read: receive() and fetch() throw ProtocolError,
+  /// and so does a receive() that is waiting then, within a tenth of a second. `process` must outlive the
   /// stream. Throws std::system_error.
   void endWith(const FileDescriptor& process);
 
